@@ -1,0 +1,30 @@
+# Compiler warnings and sanitizers shared by every target of the project.
+add_library(mirvane_options INTERFACE)
+target_compile_options(mirvane_options INTERFACE
+  -Wall -Wextra -Wshadow -Wformat=2 -Wundef -Wpointer-arith -Wvla
+  $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual>
+  $<$<COMPILE_LANGUAGE:C>:-Wstrict-prototypes -Wmissing-prototypes>)
+if(MIRVANE_WERROR)
+  target_compile_options(mirvane_options INTERFACE -Werror)
+endif()
+if(MIRVANE_SANITIZE)
+  target_compile_options(mirvane_options INTERFACE -fsanitize=${MIRVANE_SANITIZE} -fno-omit-frame-pointer
+    -fno-sanitize-recover=all)
+  target_link_options(mirvane_options INTERFACE -fsanitize=${MIRVANE_SANITIZE})
+endif()
+find_package(Threads REQUIRED)
+target_link_libraries(mirvane_options INTERFACE Threads::Threads)
+
+# mirvane_add_test(NAME name SOURCES ... LIBS ...): one GoogleTest executable, registered with CTest
+# test by test. Executables that touch /tmp link mirvane_test_ns_main, which runs them in a private
+# mount namespace with a /tmp of their own.
+function(mirvane_add_test)
+  cmake_parse_arguments(T "" "NAME;TIMEOUT" "SOURCES;LIBS" ${ARGN})
+  add_executable(${T_NAME} ${T_SOURCES})
+  target_link_libraries(${T_NAME} PRIVATE mirvane_options ${T_LIBS})
+  if(NOT T_TIMEOUT)
+    set(T_TIMEOUT 120)
+  endif()
+  gtest_discover_tests(${T_NAME} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT ${T_TIMEOUT}
+    DISCOVERY_MODE PRE_TEST)
+endfunction()

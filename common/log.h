@@ -1,0 +1,42 @@
+// Log front end of the daemon: a level gate and a print call that writes each line to the debug
+// log file (through the support library) and to standard output.
+//
+// Levels: 0 "Debug" (only when "/tmp/workspace/mirvane.debug" existed at the process's first level
+// test), 1 "Info", 2 "Err". Call sites test IsLogLevelEnabled() before formatting anything; the
+// MIRVANE_LOG macro does that and passes the call site's file, line and function.
+//
+// Threads: any thread may call both functions; neither holds a lock or keeps state between calls.
+#ifndef MIRVANE_COMMON_LOG_H
+#define MIRVANE_COMMON_LOG_H
+
+namespace mirvane {
+
+enum LogLevel : unsigned {
+  kLogDebug = 0,
+  kLogInfo = 1,
+  kLogErr = 2,
+};
+
+// The debug switch file; only whether it exists matters, and only at the first level test.
+constexpr const char* kDebugSwitchPath = "/tmp/workspace/mirvane.debug";
+
+// True for levels 1 and 2; for level 0, whether the debug switch file existed at the first call
+// of the process (whatever that call's level was).
+bool IsLogLevelEnabled(unsigned level);
+
+// Writes one line: to the debug log as "[Mirvane][<level>]<message>" (cut to 511 characters),
+// and to standard output as "[Mirvane][<level>] <file base name>:<line>:<function>: <message>"
+// (whole). Null file, function or format: no output at all. Does not test the level itself.
+void LogPrint(unsigned level, const char* file, int line, const char* function, const char* format,
+              ...) __attribute__((format(printf, 5, 6)));
+
+}  // namespace mirvane
+
+#define MIRVANE_LOG(level, ...)                                                  \
+  do {                                                                           \
+    if (::mirvane::IsLogLevelEnabled(level)) {                                   \
+      ::mirvane::LogPrint((level), __FILE__, __LINE__, __func__, __VA_ARGS__);   \
+    }                                                                            \
+  } while (0)
+
+#endif  // MIRVANE_COMMON_LOG_H

@@ -1,0 +1,118 @@
+// The log front end: the debug switch, the level gate, and the two line forms.
+#include "common/log.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <fstream>
+#include <string>
+
+#include "debugLog.h"
+#include "testing/child_process.h"
+
+namespace mirvane {
+namespace {
+
+using testing::ChildResult;
+using testing::ReadFileOrEmpty;
+using testing::RunInChild;
+
+void SetDebugSwitch(bool on) {
+  mkdir("/tmp/workspace", 0755);
+  if (on) {
+    std::ofstream(kDebugSwitchPath) << "";
+  } else {
+    unlink(kDebugSwitchPath);
+  }
+}
+
+void FreshLogDir() {
+  unlink(DEBUG_LOG_PATH);
+  CreateLogFile();
+}
+
+// Runs body in a child and returns its exit code; body reports a failed expectation by exiting
+// with a distinct code, so that the per-process one-time state starts fresh in every case.
+int LevelsInChild(bool expect_debug) {
+  return RunInChild([expect_debug] {
+           if (IsLogLevelEnabled(kLogDebug) != expect_debug) _exit(10);
+           if (!IsLogLevelEnabled(kLogInfo) || !IsLogLevelEnabled(kLogErr)) _exit(11);
+         }).exit_code;
+}
+
+TEST(DebugSwitch, WithoutTheFileOnlyInfoAndErrAreEnabled) {
+  SetDebugSwitch(false);
+  EXPECT_EQ(LevelsInChild(false), 0);
+}
+
+TEST(DebugSwitch, WithTheFileDebugIsEnabled) {
+  SetDebugSwitch(true);
+  EXPECT_EQ(LevelsInChild(true), 0);
+  SetDebugSwitch(false);
+}
+
+TEST(DebugSwitch, IsReadOnceAtTheFirstTestOfAnyLevel) {
+  SetDebugSwitch(false);
+  ChildResult result = RunInChild([] {
+    if (!IsLogLevelEnabled(kLogErr)) _exit(10);  // the first test decides, whatever its level
+    SetDebugSwitch(true);
+    if (IsLogLevelEnabled(kLogDebug)) _exit(11);
+  });
+  SetDebugSwitch(false);
+  EXPECT_EQ(result.exit_code, 0);
+}
+
+TEST(LogPrint, WritesBothLineForms) {
+  FreshLogDir();
+  ChildResult result = RunInChild(
+      [] { LogPrint(kLogInfo, "/src/bin/threshold.cc", 42, "ReloadFromPgo", "value %d\n", 7); });
+  EXPECT_EQ(result.out, "[Mirvane][Info] threshold.cc:42:ReloadFromPgo: value 7\n");
+  const std::string file = ReadFileOrEmpty(DEBUG_LOG_PATH);
+  EXPECT_NE(file.find(" threshold.cc:42:ReloadFromPgo(): [Mirvane][Info]value 7\n"),
+            std::string::npos)
+      << file;
+}
+
+TEST(LogPrint, LongMessageIsWholeOnStandardOutputAndCutInTheFile) {
+  FreshLogDir();
+  const std::string long_text(600, 'x');
+  ChildResult result =
+      RunInChild([&] { LogPrint(kLogErr, "a.cc", 1, "F", "%s\n", long_text.c_str()); });
+  EXPECT_EQ(result.out, "[Mirvane][Err] a.cc:1:F: " + long_text + "\n");
+  const std::string file = ReadFileOrEmpty(DEBUG_LOG_PATH);
+  const size_t start = file.find("[Mirvane][Err]");
+  ASSERT_NE(start, std::string::npos);
+  // 511 characters in all, level prefix included, and no line feed: the cut took it.
+  EXPECT_EQ(file.substr(start), ("[Mirvane][Err]" + long_text).substr(0, 511));
+}
+
+TEST(LogPrint, FileNamesWithoutOrEndingInSlash) {
+  ChildResult result = RunInChild([] {
+    LogPrint(kLogInfo, "plain.cc", 1, "F", "a\n");
+    LogPrint(kLogInfo, "dir/", 2, "F", "b\n");
+  });
+  EXPECT_EQ(result.out, "[Mirvane][Info] plain.cc:1:F: a\n[Mirvane][Info] :2:F: b\n");
+}
+
+TEST(LogPrint, NullArgumentsWriteNothing) {
+  FreshLogDir();
+  ChildResult result = RunInChild([] {
+    LogPrint(kLogInfo, nullptr, 1, "F", "a\n");
+    LogPrint(kLogInfo, "a.cc", 1, nullptr, "a\n");
+    LogPrint(kLogInfo, "a.cc", 1, "F", nullptr);
+  });
+  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(ReadFileOrEmpty(DEBUG_LOG_PATH), "");
+}
+
+TEST(LogPrint, MissingLogDirectoryStillWritesStandardOutput) {
+  unlink(DEBUG_LOG_PATH);
+  unlink(OPERATION_LOG_PATH);
+  rmdir(DEBUG_LOG_DIR);
+  ChildResult result = RunInChild([] { LogPrint(kLogInfo, "a.cc", 3, "F", "still here\n"); });
+  EXPECT_EQ(result.out, "[Mirvane][Info] a.cc:3:F: still here\n");
+  EXPECT_NE(result.err.find("Failed to open fd."), std::string::npos) << result.err;
+}
+
+}  // namespace
+}  // namespace mirvane

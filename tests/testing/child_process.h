@@ -1,0 +1,57 @@
+// Running code and programs in child processes, for tests of per-process state (signal handlers,
+// one-time initialisation, process-wide sockets) and of the daemon binary itself.
+#ifndef MIRVANE_TESTS_TESTING_CHILD_PROCESS_H
+#define MIRVANE_TESTS_TESTING_CHILD_PROCESS_H
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace mirvane {
+namespace testing {
+
+struct ChildResult {
+  int exit_code = -1;    // exit status when the child exited, else -1
+  int term_signal = 0;   // the signal that ended it, else 0
+  std::string out;       // everything it wrote to standard output
+  std::string err;       // everything it wrote to standard error
+};
+
+// Forks; the child runs body with its standard output and error captured, then exits with 0
+// (body may exit itself with another code). Returns when the child has ended.
+ChildResult RunInChild(const std::function<void()>& body);
+
+// A program started in the background with its standard output and error captured into files.
+class Subprocess {
+ public:
+  explicit Subprocess(const std::vector<std::string>& argv);
+  ~Subprocess();  // kills the process if it still runs
+  Subprocess(const Subprocess&) = delete;
+  Subprocess& operator=(const Subprocess&) = delete;
+
+  pid_t pid() const { return pid_; }
+  void Signal(int signum) const;
+  // Waits for the end; false when it has not ended within timeout.
+  bool Wait(std::chrono::milliseconds timeout);
+  const ChildResult& result() const { return result_; }
+  std::string ReadOut() const;  // standard output so far
+
+ private:
+  pid_t pid_ = -1;
+  std::string out_path_;
+  std::string err_path_;
+  ChildResult result_;
+};
+
+// Polls condition every 10 ms until it holds or the timeout passes; returns its last value.
+bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout);
+
+std::string ReadFileOrEmpty(const std::string& path);
+
+}  // namespace testing
+}  // namespace mirvane
+
+#endif  // MIRVANE_TESTS_TESTING_CHILD_PROCESS_H

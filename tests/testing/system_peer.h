@@ -1,0 +1,52 @@
+// A minimal system daemon for tests: listens on a UNIX socket, accepts any number of clients and
+// records every well-formed message (header and body) in arrival order.
+//
+// Owns: the listening socket, the client sockets and the thread that serves them (stopped and
+// joined by the destructor). Messages() and Count() may be called from any thread.
+#ifndef MIRVANE_TESTS_TESTING_SYSTEM_PEER_H
+#define MIRVANE_TESTS_TESTING_SYSTEM_PEER_H
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace mirvane {
+namespace testing {
+
+struct PeerMessage {
+  uint32_t cmd = 0;
+  std::vector<uint8_t> body;
+};
+
+class SystemPeer {
+ public:
+  explicit SystemPeer(const std::string& path);
+  ~SystemPeer();
+  SystemPeer(const SystemPeer&) = delete;
+  SystemPeer& operator=(const SystemPeer&) = delete;
+
+  bool listening() const { return listen_fd_ >= 0; }
+  std::vector<PeerMessage> Messages() const;
+  size_t Count(uint32_t cmd) const;
+  // Closes every accepted client connection (the listener stays).
+  void DropClients();
+
+ private:
+  void Serve();
+
+  std::string path_;
+  int listen_fd_ = -1;
+  int wake_pipe_[2] = {-1, -1};
+  std::atomic<bool> drop_clients_{false};
+  mutable std::mutex mutex_;
+  std::vector<PeerMessage> messages_;
+  std::thread thread_;
+};
+
+}  // namespace testing
+}  // namespace mirvane
+
+#endif  // MIRVANE_TESTS_TESTING_SYSTEM_PEER_H
