@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <map>
+#include <utility>
 
 #include "sysapi.h"
 
@@ -23,7 +24,8 @@ struct Client {
 
 }  // namespace
 
-SystemPeer::SystemPeer(const std::string& path) : path_(path) {
+SystemPeer::SystemPeer(const std::string& path, PeerReplier replier)
+    : path_(path), replier_(std::move(replier)) {
   unlink(path.c_str());
   listen_fd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   sockaddr_un addr = {};
@@ -113,6 +115,10 @@ void SystemPeer::Serve() {
         message.cmd = hdr.cmd;
         message.body.assign(buffer.begin() + sizeof(hdr), buffer.begin() + sizeof(hdr) + hdr.len);
         buffer.erase(buffer.begin(), buffer.begin() + sizeof(hdr) + hdr.len);
+        if (replier_) {
+          const std::string reply = replier_(message);
+          if (!reply.empty()) (void)!send(fd, reply.data(), reply.size(), MSG_NOSIGNAL);
+        }
         std::lock_guard<std::mutex> lock(mutex_);
         messages_.push_back(std::move(message));
       }

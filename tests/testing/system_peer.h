@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -21,9 +22,12 @@ struct PeerMessage {
   std::vector<uint8_t> body;
 };
 
+// Bytes the peer writes back to the client after a message; empty for no reply.
+using PeerReplier = std::function<std::string(const PeerMessage&)>;
+
 class SystemPeer {
  public:
-  explicit SystemPeer(const std::string& path);
+  explicit SystemPeer(const std::string& path, PeerReplier replier = nullptr);
   ~SystemPeer();
   SystemPeer(const SystemPeer&) = delete;
   SystemPeer& operator=(const SystemPeer&) = delete;
@@ -38,6 +42,7 @@ class SystemPeer {
   void Serve();
 
   std::string path_;
+  PeerReplier replier_;
   int listen_fd_ = -1;
   int wake_pipe_[2] = {-1, -1};
   std::atomic<bool> drop_clients_{false};

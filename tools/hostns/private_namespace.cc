@@ -46,7 +46,7 @@ std::string RealPath(const std::string& path) {
 bool Unshare(std::string* error) {
   const uid_t uid = geteuid();
   const gid_t gid = getegid();
-  if (unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0) {
+  if (unshare(CLONE_NEWUSER | CLONE_NEWNS | CLONE_NEWIPC) == 0) {
     // Map the caller to root inside, so that it may mount.
     WriteFile("/proc/self/setgroups", "deny");
     if (!WriteFile("/proc/self/uid_map", "0 " + std::to_string(uid) + " 1\n") ||
@@ -57,7 +57,7 @@ bool Unshare(std::string* error) {
     return true;
   }
   const int user_ns_errno = errno;
-  if (uid == 0 && unshare(CLONE_NEWNS) == 0) return true;
+  if (uid == 0 && unshare(CLONE_NEWNS | CLONE_NEWIPC) == 0) return true;
   errno = user_ns_errno;
   *error = Errno("cannot create a private user and mount namespace");
   return false;
