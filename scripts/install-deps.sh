@@ -14,11 +14,17 @@ if [[ "${MIRVANE_CROSS:-}" == 1 ]]; then
   packages+=(g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user)
 fi
 
+native=$(dpkg --print-architecture)
+# Installed for this machine's architecture (or architecture-independent): with foreign
+# architectures configured, a package may be installed for another one only.
+installed() {
+  dpkg-query -W -f='${Status} ${Architecture}\n' "$1" 2>/dev/null |
+    grep -qE "^install ok installed ($native|all)\$"
+}
+
 missing=()
 for p in "${packages[@]}"; do
-  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q '^install ok installed$'; then
-    missing+=("$p")
-  fi
+  installed "$p" || missing+=("$p")
 done
 [[ ${#missing[@]} -eq 0 ]] && exit 0
 
@@ -36,7 +42,7 @@ echo "install-deps: installing ${missing[*]}"
 
 still=()
 for p in "${missing[@]}"; do
-  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q '^install ok installed$' || still+=("$p")
+  installed "$p" || still+=("$p")
 done
 if [[ ${#still[@]} -ne 0 ]]; then
   echo "install-deps: could not install: ${still[*]}" >&2

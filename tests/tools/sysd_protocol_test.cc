@@ -1,0 +1,147 @@
+// The stand-in's reading of the wire: framing with header checks, heartbeat and event decoding,
+// and how objects are described.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "printer.h"
+#include "protocol.h"
+#include "sysapi.h"
+
+namespace mirvane {
+namespace sysd {
+namespace {
+
+std::vector<uint8_t> Frame(uint32_t sync, uint32_t cmd, const std::vector<uint8_t>& body,
+                           uint32_t len_override = UINT32_MAX) {
+  const cmd_hdr hdr = {sync, cmd, len_override == UINT32_MAX ? static_cast<uint32_t>(body.size())
+                                                             : len_override};
+  std::vector<uint8_t> bytes(sizeof(hdr));
+  std::memcpy(bytes.data(), &hdr, sizeof(hdr));
+  bytes.insert(bytes.end(), body.begin(), body.end());
+  return bytes;
+}
+
+template <typename T>
+void Put(std::vector<uint8_t>* body, size_t offset, T value) {
+  std::memcpy(body->data() + offset, &value, sizeof(value));
+}
+
+// An event body with records written field by field at their packed offsets.
+std::vector<uint8_t> EventBody(uint64_t timestamp, uint32_t count) {
+  std::vector<uint8_t> body(SYSAPI_EVENT_PAYLOAD_SIZE, 0xEE);
+  Put<uint32_t>(&body, 0, 129);
+  Put<uint64_t>(&body, 8, timestamp);
+  Put<uint32_t>(&body, 16, count);
+  for (uint32_t k = 0; k < count && k < 15; ++k) {
+    const size_t r = 20 + 29 * k;
+    body[r] = static_cast<uint8_t>(k % 4);
+    Put<int32_t>(&body, r + 1, static_cast<int32_t>(1000 + k));
+    body[r + 5] = static_cast<uint8_t>(k + 1);
+    body[r + 8] = static_cast<uint8_t>(k % 8);
+    Put<float>(&body, r + 9, 0.5f + 0.01f * static_cast<float>(k));
+    for (int i = 0; i < 4; ++i) Put<float>(&body, r + 13 + 4 * i, 0.1f * static_cast<float>(i));
+  }
+  return body;
+}
+
+TEST(StreamFramer, ReassemblesMessagesSplitAnywhere) {
+  std::vector<uint8_t> stream = Frame(SYSTEMD_COMMAND_PACKET_SYNC_CODE, 'W',
+                                      std::vector<uint8_t>(128, 0));
+  const std::vector<uint8_t> event = Frame(SYSTEMD_COMMAND_PACKET_SYNC_CODE, '1', EventBody(7, 2));
+  stream.insert(stream.end(), event.begin(), event.end());
+  for (size_t step : {1u, 5u, 12u, 139u, 1000u}) {
+    StreamFramer framer;
+    std::vector<Message> out;
+    for (size_t at = 0; at < stream.size(); at += step) {
+      ASSERT_TRUE(framer.Feed(stream.data() + at, std::min(step, stream.size() - at), &out));
+    }
+    ASSERT_EQ(out.size(), 2u) << "step " << step;
+    EXPECT_EQ(out[0].cmd, static_cast<uint32_t>('W'));
+    EXPECT_EQ(out[1].body.size(), 520u);
+    EXPECT_EQ(framer.pending(), 0u);
+  }
+}
+
+TEST(StreamFramer, RefusesBadSyncUnknownLettersAndLengthsOutsideTheCommandsBound) {
+  const std::vector<std::vector<uint8_t>> bad = {
+      Frame(0x12345678, 'W', std::vector<uint8_t>(128, 0)),
+      Frame(SYSTEMD_COMMAND_PACKET_SYNC_CODE, '?', {}),
+      Frame(SYSTEMD_COMMAND_PACKET_SYNC_CODE, 'W', std::vector<uint8_t>(127, 0)),
+      Frame(SYSTEMD_COMMAND_PACKET_SYNC_CODE, '1', {}, 0x7FFFFFFF),
+      Frame(SYSTEMD_COMMAND_PACKET_SYNC_CODE, 'Y', std::vector<uint8_t>(21, 0)),
+  };
+  for (const std::vector<uint8_t>& bytes : bad) {
+    StreamFramer framer;
+    std::vector<Message> out;
+    EXPECT_FALSE(framer.Feed(bytes.data(), bytes.size(), &out));
+    EXPECT_FALSE(framer.error().empty());
+    EXPECT_TRUE(out.empty());
+    EXPECT_FALSE(framer.Feed(bytes.data(), 1, &out)) << "a failed stream stays failed";
+  }
+}
+
+TEST(StreamFramer, KeepsTheMessagesBeforeTheBadHeader) {
+  std::vector<uint8_t> stream = Frame(SYSTEMD_COMMAND_PACKET_SYNC_CODE, 'D', {1, 0, 0, 0});
+  stream.push_back(0x42);
+  stream.resize(stream.size() + 11, 0);
+  StreamFramer framer;
+  std::vector<Message> out;
+  EXPECT_FALSE(framer.Feed(stream.data(), stream.size(), &out));
+  ASSERT_EQ(out.size(), 1u);
+  EXPECT_EQ(out[0].cmd, static_cast<uint32_t>('D'));
+}
+
+TEST(DecodeHeartbeat, ReadsBothNamesAndStopsAtTheFieldEnd) {
+  std::vector<uint8_t> body(128, 'x');  // no terminator anywhere
+  std::memcpy(body.data(), "mirvane", 8);
+  Heartbeat beat = DecodeHeartbeat('w', body);
+  EXPECT_FALSE(beat.alive);
+  EXPECT_EQ(beat.name, "mirvane");
+  EXPECT_EQ(beat.restart_command, std::string(64, 'x'));
+}
+
+TEST(DecodeEvent, ReadsPackedRecordsAtTheirOffsets) {
+  Event event;
+  std::string error;
+  ASSERT_TRUE(DecodeEvent(EventBody(0x0102030405060708ull, 15), &event, &error)) << error;
+  EXPECT_EQ(event.timestamp, 0x0102030405060708ull);
+  ASSERT_EQ(event.objects.size(), 15u);
+  const EventObject& last = event.objects[14];
+  EXPECT_EQ(last.class_code, 2);
+  EXPECT_EQ(last.tracking_id, 1014);
+  EXPECT_EQ(last.snapshot_id, 15);
+  EXPECT_EQ(last.flags, 6);
+  EXPECT_FLOAT_EQ(last.confidence, 0.64f);
+  EXPECT_FLOAT_EQ(last.box[3], 0.3f);
+}
+
+TEST(DecodeEvent, RefusesOtherTypesAndCountsAboveFifteen) {
+  Event event;
+  std::string error;
+  EXPECT_FALSE(DecodeEvent(EventBody(1, 16), &event, &error));
+  EXPECT_NE(error.find("16"), std::string::npos);
+  std::vector<uint8_t> other = EventBody(1, 0);
+  other[0] = 5;
+  EXPECT_FALSE(DecodeEvent(other, &event, &error));
+  EXPECT_FALSE(DecodeEvent(std::vector<uint8_t>(100, 0), &event, &error));
+}
+
+TEST(DescribeObject, NamesClassIdTriggersAndFenceDirection) {
+  EventObject o;
+  o.class_code = 1;
+  o.tracking_id = 42;
+  o.snapshot_id = 7;
+  o.confidence = 0.9f;
+  o.flags = 1 | 4;
+  EXPECT_EQ(DescribeObject(o), "vehicle #42 90% (0.00,0.00)-(0.00,0.00) snap 7 REGION FENCE-1");
+  o.flags = 2;
+  o.class_code = 9;
+  EXPECT_EQ(DescribeObject(o), "class9 #42 90% (0.00,0.00)-(0.00,0.00) snap 7 FENCE-2");
+}
+
+}  // namespace
+}  // namespace sysd
+}  // namespace mirvane

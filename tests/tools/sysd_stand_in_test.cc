@@ -1,0 +1,150 @@
+// The stand-in as a program: it serves many clients, drops the ones that send garbage without
+// losing the others, answers request/reply commands, and restarts the daemon like the camera.
+#include <gtest/gtest.h>
+#include <jansson.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <thread>
+
+#include "sysapi.h"
+#include "testing/child_process.h"
+
+namespace mirvane {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using testing::ReadFileOrEmpty;
+using testing::Subprocess;
+using testing::WaitUntil;
+
+constexpr char kSocket[] = "/tmp/sysd-test.sock";
+constexpr char kRestartLog[] = "/tmp/sysd-test-restarts";
+
+int Connect() {
+  const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un addr = {};
+  addr.sun_family = AF_UNIX;
+  std::snprintf(addr.sun_path, sizeof(addr.sun_path), "%s", kSocket);
+  EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)), 0);
+  return fd;
+}
+
+void Send(int fd, const std::string& bytes) {
+  ASSERT_EQ(send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
+}
+
+std::string Message(uint32_t cmd, const std::string& body, uint32_t len) {
+  const cmd_hdr hdr = {SYSTEMD_COMMAND_PACKET_SYNC_CODE, cmd, len};
+  return std::string(reinterpret_cast<const char*>(&hdr), sizeof(hdr)) + body;
+}
+
+std::string Heartbeat(char letter) {
+  std::string body(128, '\0');
+  body.replace(0, 7, "mirvane");
+  body.replace(64, 7, "restart");
+  return Message(letter, body, 128);
+}
+
+std::string EmptyEvent(uint64_t timestamp) {
+  std::string body(520, '\0');
+  const uint32_t type = 129;
+  std::memcpy(&body[0], &type, 4);
+  std::memcpy(&body[8], &timestamp, 8);
+  return Message('1', body, 520);
+}
+
+std::unique_ptr<Subprocess> StartStandIn() {
+  unlink(kRestartLog);
+  auto stand_in = std::make_unique<Subprocess>(std::vector<std::string>{
+      MIRVANE_SYSD_PATH, "--socket", kSocket, "--json", "--heartbeat-timeout", "60",
+      "--restart-command", std::string("echo restarted >> ") + kRestartLog});
+  struct stat st;
+  EXPECT_TRUE(WaitUntil([&] { return stat(kSocket, &st) == 0; }, seconds(10)));
+  return stand_in;
+}
+
+// Counts the JSON lines of the output by their "kind".
+std::map<std::string, int> Kinds(const std::string& out) {
+  std::map<std::string, int> kinds;
+  std::istringstream lines(out);
+  std::string line;
+  while (std::getline(lines, line)) {
+    json_t* record = json_loads(line.c_str(), 0, nullptr);
+    EXPECT_NE(record, nullptr) << "not JSON: " << line;
+    if (record == nullptr) continue;
+    ++kinds[json_string_value(json_object_get(record, "kind"))];
+    json_decref(record);
+  }
+  return kinds;
+}
+
+int Lines(const std::string& text) {
+  return static_cast<int>(std::count(text.begin(), text.end(), '\n'));
+}
+
+TEST(StandIn, DropsGarbageAndTruncatedClientsAndKeepsServingTheOthers) {
+  auto stand_in = StartStandIn();
+  const int good = Connect();
+  Send(good, Heartbeat('W'));
+
+  const int garbage = Connect();
+  Send(garbage, "GET / HTTP/1.1\r\n\r\n");
+  const int oversized = Connect();
+  Send(oversized, Message('1', "", 0x7FFFFFFF));
+  const int truncated = Connect();
+  Send(truncated, Heartbeat('W').substr(0, 40));
+  close(truncated);
+
+  Send(good, EmptyEvent(1234));
+  EXPECT_EQ(sysapi_storage_format(kSocket, "sd0"), 0);
+  char names[SYSAPI_STORAGE_LIST_REPLY_SIZE];
+  EXPECT_EQ(sysapi_storage_list(kSocket, names), 1);
+  EXPECT_TRUE(WaitUntil([&] { return Kinds(stand_in->ReadOut())["event"] == 1; }, seconds(5)));
+
+  stand_in->Signal(SIGTERM);
+  ASSERT_TRUE(stand_in->Wait(seconds(10)));
+  EXPECT_EQ(stand_in->result().exit_code, 0) << stand_in->result().err;
+  std::map<std::string, int> kinds = Kinds(stand_in->result().out);
+  EXPECT_EQ(kinds["heartbeat"], 1);
+  EXPECT_EQ(kinds["event"], 1);
+  EXPECT_EQ(kinds["dropped"], 3) << stand_in->result().out;
+  EXPECT_EQ(kinds["command"], 2);
+  EXPECT_EQ(kinds["summary"], 1);
+  EXPECT_EQ(ReadFileOrEmpty(kRestartLog), "") << "no restart while the daemon's socket is open";
+  for (int fd : {good, garbage, oversized}) close(fd);
+}
+
+TEST(StandIn, RestartsAfterAFinalAliveHeartbeatButNotAfterARelease) {
+  auto stand_in = StartStandIn();
+  int daemon = Connect();
+  Send(daemon, Heartbeat('W'));
+  Send(daemon, Heartbeat('W'));
+  close(daemon);
+  EXPECT_TRUE(WaitUntil([] { return Lines(ReadFileOrEmpty(kRestartLog)) == 1; }, seconds(10)));
+
+  daemon = Connect();
+  Send(daemon, Heartbeat('W'));
+  Send(daemon, Heartbeat('w'));
+  close(daemon);
+  std::this_thread::sleep_for(milliseconds(1500));
+  EXPECT_EQ(Lines(ReadFileOrEmpty(kRestartLog)), 1);
+
+  stand_in->Signal(SIGINT);
+  ASSERT_TRUE(stand_in->Wait(seconds(10)));
+  EXPECT_NE(stand_in->result().out.find("not restarting"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace mirvane
