@@ -1,0 +1,156 @@
+#include "model/model_util.h"
+
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <stdexcept>
+
+#include "common/log.h"
+
+namespace mirvane {
+namespace {
+
+constexpr uint32_t kNoSize = 0xFFFFFFFFu;
+
+uint32_t ParseId(const std::string& text) {
+  const unsigned long long value = std::stoull(text, nullptr, 16);
+  // The ids are 32-bit on every target, whatever the width of unsigned long.
+  if (value > 0xFFFFFFFFull) throw std::out_of_range("stoul");
+  return static_cast<uint32_t>(value);
+}
+
+uint32_t RoundDown32(uint32_t size) { return size & ~31u; }
+
+}  // namespace
+
+ModelIds GetModelIds() { return GetModelIdsFrom(kModelIdConfigPath); }
+
+ModelIds GetModelIdsFrom(const char* path) {
+  const ModelIds defaults;
+  MIRVANE_LOG(kLogInfo, "Load model config\n");
+  std::ifstream file(path);
+  if (!file.is_open()) {
+    MIRVANE_LOG(kLogInfo, "Fail to open config, use default IDs\n");
+    return defaults;
+  }
+  try {
+    ModelIds ids = defaults;
+    std::map<std::string, uint32_t> values;
+    std::string line;
+    while (std::getline(file, line)) {
+      const size_t eq = line.find('=');
+      if (line.empty() || eq == std::string::npos) continue;
+      const std::string key = line.substr(0, eq);
+      const std::string value = line.substr(eq + 1);
+      if (key == "kModelPath") {
+        ids.model_path = value;
+      } else {
+        values[key] = ParseId(value);
+      }
+    }
+    ids.current_img = values.at("kCurrentImgPath");
+    ids.pre_img = values.at("kPreImgPath");
+    const char* const kHm[] = {"kHm1Path", "kHm2Path", "kHm3Path"};
+    const char* const kReg[] = {"kReg1Path", "kReg2Path", "kReg3Path"};
+    const char* const kTracking[] = {"kTracking1Path", "kTracking2Path", "kTracking3Path"};
+    for (int i = 0; i < 3; ++i) ids.hm[i] = values.at(kHm[i]);
+    for (int i = 0; i < 3; ++i) ids.reg[i] = values.at(kReg[i]);
+    for (int i = 0; i < 3; ++i) ids.tracking[i] = values.at(kTracking[i]);
+    return ids;
+  } catch (const std::invalid_argument& e) {
+    MIRVANE_LOG(kLogErr, "ERR: Read model config items fail: %s\n", e.what());
+  } catch (const std::out_of_range& e) {
+    MIRVANE_LOG(kLogErr, "ERR: Load model config fail: %s\n", e.what());
+  }
+  return defaults;
+}
+
+uint32_t GetModelSize(const std::string& path) {
+  std::FILE* file = std::fopen(path.c_str(), "rb");
+  if (file == nullptr) {
+    MIRVANE_LOG(kLogErr, "get bin(%s) size fail\n", path.c_str());
+    return kNoSize;
+  }
+  std::fseek(file, 0, SEEK_END);
+  const long size = std::ftell(file);
+  std::fclose(file);
+  return size < 0 || static_cast<unsigned long>(size) >= kNoSize ? kNoSize
+                                                                  : static_cast<uint32_t>(size);
+}
+
+int LoadModel(const std::string& path, void* destination, uint32_t capacity) {
+  std::FILE* file = std::fopen(path.c_str(), "rb");
+  if (file == nullptr) {
+    MIRVANE_LOG(kLogErr, "cannot read %s\n", path.c_str());
+    return -24;
+  }
+  std::fseek(file, 0, SEEK_END);
+  long size = std::ftell(file);
+  std::fseek(file, 0, SEEK_SET);
+  if (size < 0) {
+    MIRVANE_LOG(kLogErr, "getting %s size failed\n", path.c_str());
+  } else {
+    // Never past the memory given: a file that grew since it was measured is read short.
+    const size_t wanted = static_cast<size_t>(size) > capacity ? capacity
+                                                               : static_cast<size_t>(size);
+    if (wanted < static_cast<size_t>(size) ||
+        std::fread(destination, 1, wanted, file) != wanted) {
+      MIRVANE_LOG(kLogErr, "read size < %ld\n", size);
+      size = -1;
+    }
+  }
+  std::fclose(file);
+  MIRVANE_LOG(kLogInfo, "model buf size: %ld\n", size);
+  return 0;
+}
+
+NetworkRunner::NetworkRunner(uint32_t proc_id, HdModule& arena)
+    : proc_id_(proc_id), ids_(GetModelIds()) {
+  VENDOR_AI_NET_CFG_BUF_OPT buf_opt;
+  std::memset(&buf_opt, 0, sizeof(buf_opt));
+  buf_opt.method = VENDOR_AI_NET_BUF_OPT_NONE;
+  buf_opt.ddr_id = DDR_ID0;
+  vendor_ai_net_set(proc_id_, VENDOR_AI_NET_PARAM_CFG_BUF_OPT, &buf_opt);
+  VENDOR_AI_NET_CFG_JOB_OPT job_opt;
+  std::memset(&job_opt, 0, sizeof(job_opt));
+  job_opt.method = VENDOR_AI_NET_JOB_OPT_LINEAR_O1;
+  job_opt.wait_ms = 0;
+  job_opt.schd_parm = 255;
+  vendor_ai_net_set(proc_id_, VENDOR_AI_NET_PARAM_CFG_JOB_OPT, &job_opt);
+
+  const uint32_t size = GetModelSize(ids_.model_path);
+  if (size == 0) throw std::runtime_error("ERR: input model not exist: " + ids_.model_path);
+  const MemMapping model = arena.FetchMemMapping(RoundDown32(size + 31));
+  const int loaded = LoadModel(ids_.model_path, reinterpret_cast<void*>(model.virtual_address),
+                               model.size);
+  if (loaded != 0) throw std::runtime_error("ERR: load model fail: " + std::to_string(loaded));
+
+  VENDOR_AI_NET_CFG_MODEL cfg;
+  std::memset(&cfg, 0, sizeof(cfg));
+  cfg.pa = model.physical_address;
+  cfg.va = static_cast<UINT32>(model.virtual_address);
+  cfg.size = model.size;
+  const int set = vendor_ai_net_set(proc_id_, VENDOR_AI_NET_PARAM_CFG_MODEL, &cfg);
+  if (set != 0) throw std::runtime_error("ERR: vendor_ai_net_set model fail: " + std::to_string(set));
+  net_ = std::make_unique<VendorAiNet>(proc_id_);
+  InitVendorAiNetRunner(arena);
+}
+
+void NetworkRunner::InitVendorAiNetRunner(HdModule& arena) {
+  VENDOR_AI_NET_CFG_WORKBUF workbuf;
+  std::memset(&workbuf, 0, sizeof(workbuf));
+  int r = vendor_ai_net_get(proc_id_, VENDOR_AI_NET_PARAM_CFG_WORKBUF, &workbuf);
+  if (r != 0) throw std::runtime_error("ERR: vendor_ai_net_get WORKBUF fail: " + std::to_string(r));
+  MIRVANE_LOG(kLogInfo, "WORKBUF size: %lu\n", static_cast<unsigned long>(workbuf.size));
+  const MemMapping memory =
+      arena.FetchMemMapping(RoundDown32(static_cast<uint32_t>(workbuf.size) + 31));
+  workbuf.pa = memory.physical_address;
+  workbuf.va = static_cast<UINT32>(memory.virtual_address);
+  workbuf.size = memory.size;
+  r = vendor_ai_net_set(proc_id_, VENDOR_AI_NET_PARAM_CFG_WORKBUF, &workbuf);
+  if (r != 0) throw std::runtime_error("ERR: vendor_ai_net_set WORKBUF fail: " + std::to_string(r));
+  run_ = std::make_unique<VendorAiNetRunner>(proc_id_);
+}
+
+}  // namespace mirvane
