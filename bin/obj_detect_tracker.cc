@@ -16,9 +16,19 @@ int32_t ClassIdOf(size_t list_index) {
   return list_index < kClassIdCount ? kClassIds[list_index] : 0;
 }
 
-// The tracker's input record for one detection: the box and offsets in pixels.
-TrackedObject ToPixels(const Detection& detection, float width, float height, int32_t class_id,
-                       uint64_t timestamp) {
+void ToNormalised(TrackedObject* object, float width, float height) {
+  object->xmin /= width;
+  object->ymin /= height;
+  object->xmax /= width;
+  object->ymax /= height;
+  object->offset_x /= width;
+  object->offset_y /= height;
+}
+
+}  // namespace
+
+TrackedObject ToTrackerInput(const Detection& detection, float width, float height,
+                             int32_t class_id, uint64_t timestamp) {
   TrackedObject object;
   object.score = detection.score;
   object.xmin = detection.xmin * width;
@@ -31,17 +41,6 @@ TrackedObject ToPixels(const Detection& detection, float width, float height, in
   object.time = timestamp;
   return object;
 }
-
-void ToNormalised(TrackedObject* object, float width, float height) {
-  object->xmin /= width;
-  object->ymin /= height;
-  object->xmax /= width;
-  object->ymax /= height;
-  object->offset_x /= width;
-  object->offset_y /= height;
-}
-
-}  // namespace
 
 ObjDetectTracker::ObjDetectTracker(int class_count, float score_threshold, SteadyNow now) {
   if (class_count < 0) class_count = 0;
@@ -67,7 +66,7 @@ TrackResult ObjDetectTracker::Update(const DetectionsPerClass& detections, int w
     scores.clear();
     const int32_t class_id = ClassIdOf(i);
     for (const Detection& detection : detections[i]) {
-      boxes.push_back(ToPixels(detection, fwidth, fheight, class_id, timestamp));
+      boxes.push_back(ToTrackerInput(detection, fwidth, fheight, class_id, timestamp));
       scores.push_back(detection.score);
     }
     std::vector<TrackedObject> tracked = trackers_[i].Update(boxes, scores);

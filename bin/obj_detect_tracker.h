@@ -16,6 +16,12 @@
 namespace mirvane {
 namespace dva {
 
+// The greedy trackers' input record for one detection: score, box and offsets with x values
+// scaled by width and y values by height (pixels), the class id and the frame's timestamp; the
+// other fields zero.
+TrackedObject ToTrackerInput(const Detection& detection, float width, float height,
+                             int32_t class_id, uint64_t timestamp);
+
 // Owns the id counter and one GreedyTracker per class (which point at the counter, hence neither
 // copyable nor movable). Not thread-safe: only the pipeline thread calls it.
 class ObjDetectTracker {

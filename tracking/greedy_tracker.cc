@@ -16,7 +16,9 @@ struct CostPoint {
   float area;
 };
 
-float Area(const TrackedObject& box) { return (box.xmax - box.xmin) * (box.ymax - box.ymin); }
+float Area(const TrackedObject& box) {
+  return (box.xmax - box.xmin) * (box.ymax - box.ymin);
+}
 
 // A track is compared by its last box's own centre.
 CostPoint TrackPoint(const TrackedObject& box) {
@@ -78,8 +80,8 @@ void GreedyTracker::Track::Update(const TrackedObject& record, SteadyTimePoint n
   last_seen_ = now;
   record_ = record;
   record_.tracking_id = id_;
-  record_.age_ms = std::chrono::duration_cast<std::chrono::milliseconds>(last_seen_ - first_seen_)
-                       .count();
+  record_.age_ms =
+      std::chrono::duration_cast<std::chrono::milliseconds>(last_seen_ - first_seen_).count();
 }
 
 bool GreedyTracker::Track::IsExpired(SteadyTimePoint now) const {

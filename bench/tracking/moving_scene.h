@@ -41,8 +41,10 @@ inline Detection SceneDetection(int object, int boxes, int frame) {
   const float cx = base_x + dx;
   const float cy = base_y + dy;
   const float score = object % 5 == 4 && frame % 2 == 1 ? 0.4f : 0.9f;
-  return Detection{score, cx - half_w, cy - half_h, cx + half_w, cy + half_h, prev_dx - dx,
-                   prev_dy - dy};
+  Detection detection{score, cx - half_w, cy - half_h, cx + half_w, cy + half_h, 0, 0};
+  detection.track_dx = prev_dx - dx;
+  detection.track_dy = prev_dy - dy;
+  return detection;
 }
 
 // One frame's detections: `boxes` per class for `classes` classes, listed in reverse.

@@ -24,15 +24,7 @@ std::vector<PixelFrame> PixelLoop(int boxes) {
   for (const DetectionsPerClass& lists : SceneLoop(boxes, 1)) {
     PixelFrame frame;
     for (const Detection& d : lists[0]) {
-      TrackedObject box;
-      box.score = d.score;
-      box.xmin = d.xmin * kSceneWidth;
-      box.ymin = d.ymin * kSceneHeight;
-      box.xmax = d.xmax * kSceneWidth;
-      box.ymax = d.ymax * kSceneHeight;
-      box.offset_x = d.track_dx * kSceneWidth;
-      box.offset_y = d.track_dy * kSceneHeight;
-      frame.boxes.push_back(box);
+      frame.boxes.push_back(dva::ToTrackerInput(d, kSceneWidth, kSceneHeight, 1, 0));
       frame.scores.push_back(d.score);
     }
     frames.push_back(frame);

@@ -2,10 +2,10 @@
 // instruction counts under callgrind, where a time-driven benchmark loop would vary its
 // iteration count:
 //
-//   valgrind --tool=callgrind --toggle-collect='*TrackFrames*' bench/tracking/tracker_frames 200 500
+//   valgrind --tool=callgrind --toggle-collect='*TrackFrames*' tracker_frames 200 500
 //
-// counts only the measured frames (after one frame that creates the tracks); divide the reported
-// instruction total by the frame count.
+// counts only the measured frames (after one frame that creates the tracks); divide the
+// "Collected" instruction total by the frame count.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>

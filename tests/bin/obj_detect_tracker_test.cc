@@ -41,10 +41,11 @@ using IdSet = std::unordered_set<uint32_t>;
 TEST(ObjDetectTracker, IdsAreSharedOverClassesInClassThenBoxOrder) {
   ManualClock clock;
   ObjDetectTracker tracker(4, kThreshold, clock.Source());
-  const TrackResult result =
-      tracker.Update({{At(0.25f, 0.5f, 0.9f), At(0.75f, 0.5f, 0.9f)}, {At(0.25f, 0.5f, 0.9f)}, {},
-                      {At(0.5f, 0.5f, 0.3f), At(0.5f, 0.25f, 0.7f)}},
-                     kWidth, kHeight, 1);
+  const TrackResult result = tracker.Update({{At(0.25f, 0.5f, 0.9f), At(0.75f, 0.5f, 0.9f)},
+                                             {At(0.25f, 0.5f, 0.9f)},
+                                             {},
+                                             {At(0.5f, 0.5f, 0.3f), At(0.5f, 0.25f, 0.7f)}},
+                                            kWidth, kHeight, 1);
   ASSERT_EQ(result.objects.size(), 4u);
   EXPECT_EQ(IdsOf(result.objects[0]), (Ids{0, 1}));
   EXPECT_EQ(IdsOf(result.objects[1]), (Ids{2}));
@@ -53,8 +54,9 @@ TEST(ObjDetectTracker, IdsAreSharedOverClassesInClassThenBoxOrder) {
 
   // Each detection tracker has its own counter, starting at 0.
   ObjDetectTracker fresh(4, kThreshold, clock.Source());
-  EXPECT_EQ(IdsOf(fresh.Update({{}, {At(0.5f, 0.5f, 0.9f)}, {}, {}}, kWidth, kHeight, 1).objects[1]),
-            (Ids{0}));
+  EXPECT_EQ(
+      IdsOf(fresh.Update({{}, {At(0.5f, 0.5f, 0.9f)}, {}, {}}, kWidth, kHeight, 1).objects[1]),
+      (Ids{0}));
 }
 
 TEST(ObjDetectTracker, TracksEachClassOnItsOwn) {
@@ -73,8 +75,7 @@ TEST(ObjDetectTracker, ObjectsComeBackNormalisedWithClassIdAndTimestamp) {
   ObjDetectTracker tracker(4, kThreshold, clock.Source());
   const uint64_t timestamp = 0xfedcba9876543210ull;
   const Detection detection{0.875f, 0.25f, 0.5f, 0.375f, 0.75f, 0.125f, -0.25f};
-  const TrackResult result =
-      tracker.Update({{}, {}, {detection}, {}}, kWidth, kHeight, timestamp);
+  const TrackResult result = tracker.Update({{}, {}, {detection}, {}}, kWidth, kHeight, timestamp);
   ASSERT_EQ(result.objects[2].size(), 1u);
   const TrackedObject& object = result.objects[2][0];
   EXPECT_EQ(object.score, detection.score);
@@ -119,7 +120,8 @@ TEST(ObjDetectTracker, ListsBeyondTheFourthGetClassIdZero) {
 TEST(ObjDetectTracker, WeakDetectionsContinueButDoNotStartObjects) {
   ManualClock clock;
   ObjDetectTracker tracker(1, kThreshold, clock.Source());
-  EXPECT_TRUE(tracker.Update({{At(0.5f, 0.5f, kThreshold)}}, kWidth, kHeight, 1).objects[0].empty());
+  EXPECT_TRUE(
+      tracker.Update({{At(0.5f, 0.5f, kThreshold)}}, kWidth, kHeight, 1).objects[0].empty());
   tracker.Update({{At(0.5f, 0.5f, 0.9f)}}, kWidth, kHeight, 2);
   clock.Advance(milliseconds(40));
   EXPECT_EQ(IdsOf(tracker.Update({{At(0.51f, 0.5f, 0.3f)}}, kWidth, kHeight, 3).objects[0]),
@@ -155,12 +157,13 @@ TEST(ObjDetectTracker, AClassCountMismatchIsLoggedAndGivesAnEmptyResult) {
     if (!result.objects.empty() || !result.removed_ids.empty()) _exit(10);
     // Nothing changed: the track goes on under its id and the counter did not move.
     clock.Advance(milliseconds(400));
-    const TrackResult next =
-        tracker.Update({{At(0.5f, 0.5f, 0.9f)}, {At(0.2f, 0.2f, 0.9f)}, {}, {}}, kWidth, kHeight, 3);
+    const TrackResult next = tracker.Update(
+        {{At(0.5f, 0.5f, 0.9f)}, {At(0.2f, 0.2f, 0.9f)}, {}, {}}, kWidth, kHeight, 3);
     if (IdsOf(next.objects[0]) != Ids{0} || IdsOf(next.objects[1]) != Ids{1}) _exit(11);
   });
   EXPECT_EQ(child.exit_code, 0);
-  EXPECT_NE(child.out.find("[Mirvane][Err] obj_detect_tracker.cc:"), std::string::npos) << child.out;
+  EXPECT_NE(child.out.find("[Mirvane][Err] obj_detect_tracker.cc:"), std::string::npos)
+      << child.out;
   EXPECT_NE(child.out.find(":Update: Detection class num is not equal to trackers\n"),
             std::string::npos)
       << child.out;

@@ -89,9 +89,8 @@ void StartOneTrack(Rig* rig) {
 
 TEST(GreedyTrackerBirth, ConfidentBoxesStartTracksInBoxOrderFromTheSharedCounter) {
   Rig rig(5);
-  const std::vector<TrackedObject> boxes = {Square(100, 100, 20, kStrong),
-                                            Square(300, 100, 20, 0.7f),
-                                            Square(500, 100, 20, kStrong)};
+  const std::vector<TrackedObject> boxes = {
+      Square(100, 100, 20, kStrong), Square(300, 100, 20, 0.7f), Square(500, 100, 20, kStrong)};
   const std::vector<TrackedObject> out = rig.Frame(boxes);
   EXPECT_EQ(IdsOf(out), (Ids{5, 6, 7}));
   EXPECT_EQ(rig.next_id, 8u);
@@ -356,7 +355,8 @@ void CheckSceneKeepsIdentities(unsigned seed) {
         continue;
       }
       const float score = frame > 0 && unit(random) < 0.2f ? kWeak : kStrong;
-      TrackedObject box = Square(object.x, object.y + 4 * (unit(random) - 0.5f), object.size, score);
+      TrackedObject box =
+          Square(object.x, object.y + 4 * (unit(random) - 0.5f), object.size, score);
       box.offset_x = before - object.x + 2 * (unit(random) - 0.5f);
       boxes.push_back(box);
       object_of_box.push_back(i);
