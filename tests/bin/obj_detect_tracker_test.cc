@@ -117,17 +117,6 @@ TEST(ObjDetectTracker, ListsBeyondTheFourthGetClassIdZero) {
   EXPECT_EQ(class_ids, (std::vector<int32_t>{1, 2, 3, 4, 0, 0}));
 }
 
-TEST(ObjDetectTracker, WeakDetectionsContinueButDoNotStartObjects) {
-  ManualClock clock;
-  ObjDetectTracker tracker(1, kThreshold, clock.Source());
-  EXPECT_TRUE(
-      tracker.Update({{At(0.5f, 0.5f, kThreshold)}}, kWidth, kHeight, 1).objects[0].empty());
-  tracker.Update({{At(0.5f, 0.5f, 0.9f)}}, kWidth, kHeight, 2);
-  clock.Advance(milliseconds(40));
-  EXPECT_EQ(IdsOf(tracker.Update({{At(0.51f, 0.5f, 0.3f)}}, kWidth, kHeight, 3).objects[0]),
-            (Ids{0}));
-}
-
 TEST(ObjDetectTracker, EmptyFramesStillAgeAndDropTracks) {
   ManualClock clock;
   ObjDetectTracker tracker(4, kThreshold, clock.Source());
