@@ -1,0 +1,83 @@
+#include "bin/obj_detect_tracker.h"
+
+#include <utility>
+
+#include "common/log.h"
+
+namespace mirvane {
+namespace dva {
+namespace {
+
+// Class id of each class list, by index; lists beyond the table get 0.
+constexpr int32_t kClassIds[] = {1, 2, 3, 4};
+constexpr size_t kClassIdCount = sizeof(kClassIds) / sizeof(kClassIds[0]);
+
+int32_t ClassIdOf(size_t list_index) {
+  return list_index < kClassIdCount ? kClassIds[list_index] : 0;
+}
+
+void ToNormalised(TrackedObject* object, float width, float height) {
+  object->xmin /= width;
+  object->ymin /= height;
+  object->xmax /= width;
+  object->ymax /= height;
+  object->offset_x /= width;
+  object->offset_y /= height;
+}
+
+}  // namespace
+
+TrackedObject ToTrackerInput(const Detection& detection, float width, float height,
+                             int32_t class_id, uint64_t timestamp) {
+  TrackedObject object;
+  object.score = detection.score;
+  object.xmin = detection.xmin * width;
+  object.ymin = detection.ymin * height;
+  object.xmax = detection.xmax * width;
+  object.ymax = detection.ymax * height;
+  object.offset_x = detection.track_dx * width;
+  object.offset_y = detection.track_dy * height;
+  object.class_id = class_id;
+  object.time = timestamp;
+  return object;
+}
+
+ObjDetectTracker::ObjDetectTracker(int class_count, float score_threshold, SteadyNow now) {
+  if (class_count < 0) class_count = 0;
+  trackers_.reserve(static_cast<size_t>(class_count));
+  for (int i = 0; i < class_count; ++i) trackers_.emplace_back(&next_id_, score_threshold, now);
+}
+
+TrackResult ObjDetectTracker::Update(const DetectionsPerClass& detections, int width, int height,
+                                     uint64_t timestamp) {
+  TrackResult result;
+  if (detections.size() != trackers_.size()) {
+    MIRVANE_LOG(kLogErr, "Detection class num is not equal to trackers\n");
+    return result;
+  }
+
+  const float fwidth = static_cast<float>(width);
+  const float fheight = static_cast<float>(height);
+  result.objects.resize(trackers_.size());
+  std::vector<TrackedObject> boxes;
+  std::vector<float> scores;
+  for (size_t i = 0; i < trackers_.size(); ++i) {
+    boxes.clear();
+    scores.clear();
+    const int32_t class_id = ClassIdOf(i);
+    for (const Detection& detection : detections[i]) {
+      boxes.push_back(ToTrackerInput(detection, fwidth, fheight, class_id, timestamp));
+      scores.push_back(detection.score);
+    }
+    std::vector<TrackedObject> tracked = trackers_[i].Update(boxes, scores);
+    for (TrackedObject& object : tracked) ToNormalised(&object, fwidth, fheight);
+    result.objects[i] = std::move(tracked);
+  }
+
+  result.removed_ids.reserve(trackers_.size());
+  for (const GreedyTracker& tracker : trackers_) result.removed_ids.push_back(tracker.RemovedIds());
+  return result;
+}
+
+}  // namespace dva
+}  // namespace mirvane

@@ -1,0 +1,113 @@
+// Greedy frame-to-frame association of one class's boxes with its live tracks.
+//
+// Every track/box pair is scored by the squared distance between the track's last box centre and
+// the new box's centre moved back by the model's own motion offset; a pair is allowed only while
+// that distance is no greater than the smaller of the two box areas. Allowed pairs are taken
+// cheapest first, confident boxes (score above the threshold) before weak ones. Weak boxes may
+// continue a track but never start one. A track left unmatched for more than half a second on the
+// steady clock is dropped at the next update.
+#ifndef MIRVANE_TRACKING_GREEDY_TRACKER_H
+#define MIRVANE_TRACKING_GREEDY_TRACKER_H
+
+#include <chrono>
+#include <cstdint>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "bin/tracked_object.h"
+#include "tracking/steady_now.h"
+
+namespace mirvane {
+namespace dva {
+
+// How long a track may stay unmatched before an update drops it (strictly longer is stale).
+constexpr std::chrono::nanoseconds kTrackExpiry{500000000};
+
+// Cost of a pair that must never be matched.
+constexpr float kNoMatchCost = 1e9f;
+
+// Cost of pairing a track's last box with a new box, both in pixels: the squared centre distance
+// (the new centre moved by its offset), or kNoMatchCost when it exceeds either box's area.
+float PairCost(const TrackedObject& track_box, const TrackedObject& new_box);
+
+// Owns the live tracks of one class and the ids dropped by the latest Update. Shares (does not
+// own) the id counter of the detection tracker it belongs to, which must outlive it. Not
+// thread-safe: one thread (the pipeline thread) calls it.
+class GreedyTracker {
+ public:
+  // One live track: its id, when it was first and last seen, and the latest record assigned to
+  // it. A plain value, owned by the tracker's map.
+  class Track {
+   public:
+    struct Corners {
+      float xmin;
+      float ymin;
+      float xmax;
+      float ymax;
+    };
+
+    // A track whose expiry follows the clock.
+    Track(uint32_t id, SteadyTimePoint first_seen);
+    // A track whose expiry test always answers `expired`, whatever the clock says.
+    Track(uint32_t id, SteadyTimePoint first_seen, bool expired);
+
+    // Stores record as the latest one, with tracking_id set to Id() and age_ms to the whole
+    // milliseconds from the first sighting to now; now becomes the last sighting.
+    void Update(const TrackedObject& record, SteadyTimePoint now);
+
+    uint32_t Id() const { return id_; }
+    Corners Box() const { return Corners{record_.xmin, record_.ymin, record_.xmax, record_.ymax}; }
+    const TrackedObject& Record() const { return record_; }
+    // True when now is strictly more than kTrackExpiry past the last sighting (or the fixed
+    // answer, for a track built with one).
+    bool IsExpired(SteadyTimePoint now) const;
+
+   private:
+    SteadyTimePoint first_seen_;
+    uint32_t id_;
+    SteadyTimePoint last_seen_;
+    TrackedObject record_;
+    bool expiry_fixed_ = false;
+    bool expiry_value_ = false;
+  };
+
+  // next_id: the shared id counter, taken and incremented at every birth (wraps at 2^32).
+  // score_threshold: boxes scoring strictly above it are confident; only they start tracks.
+  // now: the steady-clock source for ages and expiry.
+  GreedyTracker(uint32_t* next_id, float score_threshold, SteadyNow now = RealSteadyNow());
+  virtual ~GreedyTracker() = default;
+  GreedyTracker(const GreedyTracker&) = default;
+  GreedyTracker& operator=(const GreedyTracker&) = default;
+  GreedyTracker(GreedyTracker&&) = default;
+  GreedyTracker& operator=(GreedyTracker&&) = default;
+
+  // Associates this frame's boxes (pixel coordinates) with the live tracks, drops stale tracks
+  // and starts tracks for the unmatched confident boxes. scores[d] is the score of boxes[d]; the
+  // two lists must have one length (std::invalid_argument otherwise). Returns a copy of every
+  // box that continued a track, in box order, then of every box that started one, in box order,
+  // each with its tracking_id set; boxes that did neither are not returned.
+  std::vector<TrackedObject> Update(const std::vector<TrackedObject>& boxes,
+                                    const std::vector<float>& scores);
+
+  // The ids that the latest Update dropped.
+  std::unordered_set<uint32_t> RemovedIds() const { return removed_ids_; }
+
+ protected:
+  // Makes the track for a new id, first seen now and already updated once with record.
+  virtual Track CreateTrack(uint32_t id, const TrackedObject& record);
+
+  SteadyTimePoint Now() const { return now_(); }
+
+ private:
+  uint32_t* next_id_;
+  float score_threshold_;
+  SteadyNow now_;
+  std::unordered_map<uint32_t, Track> tracks_;
+  std::unordered_set<uint32_t> removed_ids_;
+};
+
+}  // namespace dva
+}  // namespace mirvane
+
+#endif  // MIRVANE_TRACKING_GREEDY_TRACKER_H
