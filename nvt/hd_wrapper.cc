@@ -49,13 +49,6 @@ HD_COMMON_MEM_VB_BLK ToBlk(uint32_t id) {
 
 }  // namespace
 
-void SleepFully(long long nanoseconds) {
-  timespec left = {static_cast<time_t>(nanoseconds / 1000000000LL),
-                   static_cast<long>(nanoseconds % 1000000000LL)};
-  while (nanosleep(&left, &left) != 0 && errno == EINTR) {
-  }
-}
-
 // ---- HdCommon ----
 
 HdCommon::HdCommon(uint32_t mode) : mode_(mode) {

@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "common/sleep.h"
 #include "nvt/platform_api.h"
 
 namespace mirvane {
@@ -23,9 +24,6 @@ class FetchError : public std::runtime_error {
 
 // Where the daemon records the device-memory block it owns, for recovery after an unclean exit.
 constexpr const char* kMemBlkIdFilePath = "/tmp/mirvane_blkid";
-
-// Sleeps the whole duration even when signals interrupt it.
-void SleepFully(long long nanoseconds);
 
 #define MIRVANE_NO_COPY(Type)    \
   Type(const Type&) = delete;    \
