@@ -12,8 +12,12 @@ namespace dva {
 
 constexpr int32_t kClassPerson = 1;
 
-inline bool IsPerson(int32_t class_id) { return class_id == kClassPerson; }
-inline bool IsVehicle(int32_t class_id) { return class_id == 2 || class_id == 4; }
+inline bool IsPerson(int32_t class_id) {
+  return class_id == kClassPerson;
+}
+inline bool IsVehicle(int32_t class_id) {
+  return class_id == 2 || class_id == 4;
+}
 
 // Whether bit class_id of mask is set; negative class ids and ids of 32 or more never pass.
 inline bool ClassInMask(uint32_t mask, int32_t class_id) {

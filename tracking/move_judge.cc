@@ -11,7 +11,8 @@ IouMoveJudge::IouMoveJudge(float iou_threshold) : iou_threshold_(iou_threshold) 
 void IouMoveJudge::Update(const TrackedObject& object) {
   const Box box = BoxOf(object);
   auto it = reference_boxes_.find(object.tracking_id);
-  const bool moved = it == reference_boxes_.end() || iou_threshold_ > ClampedOverlap(box, it->second);
+  const bool moved =
+      it == reference_boxes_.end() || iou_threshold_ > ClampedOverlap(box, it->second);
   if (moved) {
     reference_boxes_[object.tracking_id] = box;
     moved_ids_.insert(object.tracking_id);
@@ -20,7 +21,9 @@ void IouMoveJudge::Update(const TrackedObject& object) {
   }
 }
 
-bool IouMoveJudge::IsMoved(uint32_t tracking_id) const { return moved_ids_.count(tracking_id) != 0; }
+bool IouMoveJudge::IsMoved(uint32_t tracking_id) const {
+  return moved_ids_.count(tracking_id) != 0;
+}
 
 void IouMoveJudge::Remove(uint32_t tracking_id) {
   moved_ids_.erase(tracking_id);

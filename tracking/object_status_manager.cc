@@ -17,7 +17,8 @@ constexpr float kBoxCoverRatio = 0.1f;
 bool InRegion(const DetectionRegion& region, const TrackedObject& o) {
   if (o.class_id == kClassPerson) {
     // The middle of the box at nine tenths of its height: about where a person's feet are.
-    return region.Admits(Point{o.xmin + (o.xmax - o.xmin) * 0.5f, o.ymin + (o.ymax - o.ymin) * 0.9f});
+    return region.Admits(
+        Point{o.xmin + (o.xmax - o.xmin) * 0.5f, o.ymin + (o.ymax - o.ymin) * 0.9f});
   }
   if (o.class_id == 2) return region.AdmitsBox(BoxOf(o), kBoxDivisions, kBoxCoverRatio);
   // Every other class, class 4 included, by the bottom centre.
@@ -49,12 +50,9 @@ bool ObjectStatus::IsExpired(SteadyTimePoint now) const {
          std::chrono::nanoseconds(std::chrono::minutes(expire_minutes));
 }
 
-BasicObjectStatusManager::BasicObjectStatusManager(int64_t expire_minutes,
-                                                   int64_t people_trigger_seconds,
-                                                   int64_t vehicle_trigger_seconds,
-                                                   uint32_t class_mask,
-                                                   const DetectionRegion& region, float min_area,
-                                                   SteadyNow now)
+BasicObjectStatusManager::BasicObjectStatusManager(
+    int64_t expire_minutes, int64_t people_trigger_seconds, int64_t vehicle_trigger_seconds,
+    uint32_t class_mask, const DetectionRegion& region, float min_area, SteadyNow now)
     : expire_minutes_(expire_minutes),
       people_trigger_seconds_(people_trigger_seconds),
       vehicle_trigger_seconds_(vehicle_trigger_seconds),
@@ -95,7 +93,9 @@ bool BasicObjectStatusManager::IsTriggered(uint32_t tracking_id) const {
   return it != statuses_.end() && it->second.IsTriggered(now_());
 }
 
-void BasicObjectStatusManager::Remove(uint32_t tracking_id) { statuses_.erase(tracking_id); }
+void BasicObjectStatusManager::Remove(uint32_t tracking_id) {
+  statuses_.erase(tracking_id);
+}
 
 std::vector<uint32_t> BasicObjectStatusManager::CollectRemovedIds(const TrackResult& result) {
   std::vector<uint32_t> removed;

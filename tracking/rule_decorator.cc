@@ -12,11 +12,17 @@ namespace rule_decorator {
 
 Base::Base(std::unique_ptr<IObjectStatusManager> wrapped) : wrapped_(std::move(wrapped)) {}
 
-void Base::Update(const ObjectLists& objects) { wrapped_->Update(objects); }
+void Base::Update(const ObjectLists& objects) {
+  wrapped_->Update(objects);
+}
 
-bool Base::IsTriggered(uint32_t tracking_id) const { return wrapped_->IsTriggered(tracking_id); }
+bool Base::IsTriggered(uint32_t tracking_id) const {
+  return wrapped_->IsTriggered(tracking_id);
+}
 
-void Base::Remove(uint32_t tracking_id) { wrapped_->Remove(tracking_id); }
+void Base::Remove(uint32_t tracking_id) {
+  wrapped_->Remove(tracking_id);
+}
 
 std::vector<uint32_t> Base::CollectRemovedIds(const TrackResult& result) {
   return wrapped_->CollectRemovedIds(result);

@@ -15,7 +15,9 @@ using SteadyTimePoint = std::chrono::steady_clock::time_point;
 using SteadyNow = std::function<SteadyTimePoint()>;
 
 // The real clock: std::chrono::steady_clock::now.
-inline SteadyNow RealSteadyNow() { return [] { return std::chrono::steady_clock::now(); }; }
+inline SteadyNow RealSteadyNow() {
+  return [] { return std::chrono::steady_clock::now(); };
+}
 
 }  // namespace dva
 }  // namespace mirvane

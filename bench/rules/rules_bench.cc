@@ -101,8 +101,9 @@ void BM_IntrusionApply(benchmark::State& state) {
   const std::vector<TrackResult> frames = Scene();
   rule::IntrusionSettings s;
   // A zigzag from the left edge to the right edge.
-  for (const dva::Point p : {dva::Point{0.0f, 0.5f}, dva::Point{0.2f, 0.3f}, dva::Point{0.4f, 0.7f},
-                             dva::Point{0.6f, 0.3f}, dva::Point{0.8f, 0.7f}, dva::Point{1.0f, 0.5f}}) {
+  for (const dva::Point p :
+       {dva::Point{0.0f, 0.5f}, dva::Point{0.2f, 0.3f}, dva::Point{0.4f, 0.7f},
+        dva::Point{0.6f, 0.3f}, dva::Point{0.8f, 0.7f}, dva::Point{1.0f, 0.5f}}) {
     s.fence.AddPoint(p);
   }
   s.fence.set_intersect_type(3);

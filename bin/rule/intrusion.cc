@@ -140,8 +140,8 @@ std::vector<std::vector<uint8_t>> Intrusion::Apply(const TrackResult& result) {
     row.reserve(list.size());
     for (const TrackedObject& object : list) {
       const auto it = statuses_.find(object.tracking_id);
-      const bool report = it != statuses_.end() && it->second.condition_ok &&
-                          (it->second.crossed & allowed) != 0;
+      const bool report =
+          it != statuses_.end() && it->second.condition_ok && (it->second.crossed & allowed) != 0;
       row.push_back(report ? it->second.crossed : 0);
     }
     crossed.push_back(std::move(row));

@@ -19,7 +19,9 @@ constexpr int64_t kStatusExpireMinutes = 10;
 constexpr float kMoveIouThreshold = 0.5f;
 constexpr int64_t kMovedWindowSeconds = 5;
 
-int32_t IntValue(const json_t* value) { return static_cast<int32_t>(json_integer_value(value)); }
+int32_t IntValue(const json_t* value) {
+  return static_cast<int32_t>(json_integer_value(value));
+}
 
 int GetRegionType(const json_t* config) {
   const int type = IntValue(json_object_get(config, "DetectionRegionType"));

@@ -1,11 +1,9 @@
-// Region and fence geometry: polygons, box coverage, sides, crossings, distances, overlaps, the
-// region text and the fence's getters.
+// Region and fence geometry: polygons, box coverage, crossings, overlaps, the region text and the
+// fence's getters.
 #include "common/geometry.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include <stdexcept>
 
 #include "common/detection_region.h"
 #include "common/fence.h"
@@ -44,28 +42,13 @@ TEST(PolygonCoversBox, NeedsATenthOfTheSamples) {
   EXPECT_FALSE(PolygonCoversBox(nine_samples, box, 10, 0.1f));
 }
 
-TEST(SideOfSegment, ZeroCountsAsLeft) {
-  const Segment down{{0.5f, 0.1f}, {0.5f, 0.9f}};  // drawn downwards (y grows downwards)
-  EXPECT_EQ(SideOfSegment(down, {0.6f, 0.5f}), Side::kRight);
-  EXPECT_EQ(SideOfSegment(down, {0.4f, 0.5f}), Side::kLeft);
-  EXPECT_EQ(SideOfSegment(down, {0.5f, 0.5f}), Side::kLeft);
-}
-
 TEST(CrossingDirection, GivesTheDirectionOfAStepThroughTheSegment) {
   const Segment fence{{0.5f, 0.1f}, {0.5f, 0.9f}};
   EXPECT_EQ(CrossingDirection(fence, {{0.4f, 0.5f}, {0.6f, 0.5f}}), kCrossLeftToRight);
   EXPECT_EQ(CrossingDirection(fence, {{0.6f, 0.5f}, {0.4f, 0.5f}}), kCrossRightToLeft);
-  EXPECT_EQ(CrossingDirection(fence, {{0.4f, 0.5f}, {0.45f, 0.5f}}), 0);  // stops short
+  EXPECT_EQ(CrossingDirection(fence, {{0.4f, 0.5f}, {0.45f, 0.5f}}), 0);   // stops short
   EXPECT_EQ(CrossingDirection(fence, {{0.4f, 0.95f}, {0.6f, 0.95f}}), 0);  // passes the end
-  EXPECT_EQ(CrossingDirection(fence, {{0.4f, 0.5f}, {0.5f, 0.5f}}), 0);  // onto the line
-}
-
-TEST(DistanceToLine, MeasuresToTheWholeLine) {
-  const Segment fence{{0.5f, 0.1f}, {0.5f, 0.2f}};
-  EXPECT_NEAR(DistanceToLine(fence, {0.6f, 0.15f}), 0.1, 1e-6);
-  EXPECT_NEAR(DistanceToLine(fence, {0.3f, 0.9f}), 0.2, 1e-6);  // beyond the segment's end
-  const Segment diagonal{{0.0f, 0.0f}, {1.0f, 1.0f}};
-  EXPECT_NEAR(DistanceToLine(diagonal, {1.0f, 0.0f}), 0.70710678, 1e-6);
+  EXPECT_EQ(CrossingDirection(fence, {{0.4f, 0.5f}, {0.5f, 0.5f}}), 0);    // onto the line
 }
 
 TEST(ClampedOverlap, ClampsOnlyTheNewBoxForTheIntersection) {
@@ -78,19 +61,6 @@ TEST(ClampedOverlap, ClampsOnlyTheNewBoxForTheIntersection) {
   EXPECT_FLOAT_EQ(ClampedOverlap(half_out, half_out), 1.0f / 3.0f);
   // A reference lying wholly left of the frame never meets the clamped box.
   EXPECT_FLOAT_EQ(ClampedOverlap(half_out, Box{-0.1f, 0.1f, 0.0f, 0.3f}), 0.0f);
-}
-
-TEST(ParsePointList, TakesNumbersInPairsAndDropsAnUnpairedOne) {
-  const std::vector<Point> points = ParsePointList("0.1,0.2, 0.3,0.4,0.5");
-  ASSERT_EQ(points.size(), 2u);
-  EXPECT_FLOAT_EQ(points[1].x, 0.3f);
-  EXPECT_FLOAT_EQ(points[1].y, 0.4f);
-  EXPECT_TRUE(ParsePointList("").empty());
-}
-
-TEST(ParsePointList, ThrowsOnTextThatIsNoNumber) {
-  EXPECT_THROW(ParsePointList("0.1,abc"), std::invalid_argument);
-  EXPECT_THROW(ParsePointList("0.1,,0.2"), std::invalid_argument);
 }
 
 TEST(DetectionRegion, RegionTextSnapsCoordinatesNearTheEdges) {

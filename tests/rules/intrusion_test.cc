@@ -18,8 +18,8 @@ namespace mirvane {
 namespace rule {
 namespace {
 
-using ::testing::HasSubstr;
 using testing::Frame;
+using ::testing::HasSubstr;
 using testing::Object;
 
 IntrusionSettings Parse(const std::string& text) {
@@ -46,7 +46,8 @@ std::string Config(const std::string& keys) {
   return std::string("{") + kVerticalFence + ", " + keys + "}";
 }
 
-// Walks one object (its tracking id is its class id) through the test points and returns the rule's answer in each frame.
+// Walks one object (its tracking id is its class id) through the test points and returns the rule's
+// answer in each frame.
 std::vector<int> WalkPoints(Intrusion& rule, const std::vector<dva::Point>& points,
                             int32_t class_id = 1) {
   std::vector<int> answers;
@@ -118,9 +119,10 @@ TEST(IntrusionApply, PendingCrossingIsDroppedWhenTheObjectGoesBackAroundTheEnd) 
   Intrusion rule(Parse(Config(R"("FenceIntersectType": 1, "ClassIdFilter": 2)")));
   // Just over the line near its lower end, down past the end, back to the left there (dropping
   // the pending crossing) and right again below the fence, which crosses nothing.
-  EXPECT_EQ(WalkPoints(rule, {{0.4f, 0.85f}, {0.505f, 0.85f}, {0.505f, 0.95f}, {0.45f, 0.95f},
-                              {0.6f, 0.95f}}),
-            (std::vector<int>{0, 0, 0, 0, 0}));
+  EXPECT_EQ(
+      WalkPoints(rule,
+                 {{0.4f, 0.85f}, {0.505f, 0.85f}, {0.505f, 0.95f}, {0.45f, 0.95f}, {0.6f, 0.95f}}),
+      (std::vector<int>{0, 0, 0, 0, 0}));
 }
 
 TEST(IntrusionApply, NewerCrossingReplacesThePendingOne) {

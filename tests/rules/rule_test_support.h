@@ -1,34 +1,17 @@
-// Helpers of the rule tests: a steady clock the test moves by hand, and frames of tracked objects.
+// Helpers of the rule tests: frames of tracked objects.
 #ifndef MIRVANE_TESTS_RULES_RULE_TEST_SUPPORT_H
 #define MIRVANE_TESTS_RULES_RULE_TEST_SUPPORT_H
 
-#include <chrono>
 #include <cstdint>
 #include <initializer_list>
-#include <memory>
 #include <unordered_set>
 #include <vector>
 
 #include "bin/tracked_object.h"
 #include "common/geometry.h"
-#include "tracking/steady_now.h"
 
 namespace mirvane {
 namespace testing {
-
-// A steady clock that stands still until Advance; Source() hands it to the code under test.
-class ManualClock {
- public:
-  dva::SteadyNow Source() const {
-    auto now = now_;
-    return [now] { return *now; };
-  }
-  void Advance(std::chrono::nanoseconds step) { *now_ += step; }
-
- private:
-  std::shared_ptr<dva::SteadyTimePoint> now_ =
-      std::make_shared<dva::SteadyTimePoint>(std::chrono::hours(1));
-};
 
 inline TrackedObject Object(uint32_t tracking_id, int32_t class_id, dva::Box box) {
   TrackedObject object;
