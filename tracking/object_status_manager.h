@@ -6,7 +6,8 @@
 // tracking/rule_decorator.h narrow its answers.
 //
 // Per frame the expected order is: Update with the frame's objects, IsTriggered per object, then
-// CollectRemovedIds with the same frame's result.
+// CollectRemovedIds with the same frame's result. Managers are single-threaded: only the pipeline
+// thread calls them, and a chain is replaced only between frames.
 #ifndef MIRVANE_TRACKING_OBJECT_STATUS_MANAGER_H
 #define MIRVANE_TRACKING_OBJECT_STATUS_MANAGER_H
 
