@@ -1,0 +1,97 @@
+#include "common/geometry.h"
+
+#include <algorithm>
+#include <cmath>
+#include <sstream>
+
+namespace mirvane {
+namespace dva {
+
+Side SideOfSegment(const Segment& segment, Point p) {
+  const Point& a = segment.start;
+  const Point& b = segment.end;
+  const float cross = (b.x - a.x) * (p.y - a.y) - (p.x - a.x) * (b.y - a.y);
+  return cross < 0.0f ? Side::kRight : Side::kLeft;
+}
+
+uint8_t CrossingDirection(const Segment& fence, const Segment& step) {
+  if (SideOfSegment(step, fence.start) == SideOfSegment(step, fence.end)) return 0;
+  const Side from = SideOfSegment(fence, step.start);
+  const Side to = SideOfSegment(fence, step.end);
+  if (from == Side::kLeft && to == Side::kRight) return kCrossLeftToRight;
+  if (from == Side::kRight && to == Side::kLeft) return kCrossRightToLeft;
+  return 0;
+}
+
+double DistanceToLine(const Segment& segment, Point p) {
+  const double x0 = segment.start.x;
+  const double y0 = segment.start.y;
+  const double x1 = segment.end.x;
+  const double y1 = segment.end.y;
+  const double dy = y1 - y0;
+  const double dx = x1 - x0;
+  return std::fabs(dy * p.x - dx * p.y + y0 * x1 - y1 * x0) / std::sqrt(dy * dy + dx * dx);
+}
+
+bool PolygonContains(const Polygon& polygon, Point p) {
+  bool inside = false;
+  const size_t n = polygon.size();
+  for (size_t i = 0, j = n - 1; i < n; j = i++) {
+    const Point& vi = polygon[i];
+    const Point& vj = polygon[j];
+    if ((vi.y > p.y) != (vj.y > p.y)) {
+      const float x_cross = (vj.x - vi.x) * (p.y - vi.y) / (vj.y - vi.y) + vi.x;
+      if (p.x < x_cross) inside = !inside;
+    }
+  }
+  return inside;
+}
+
+bool PolygonCoversBox(const Polygon& polygon, const Box& box, int divisions, float min_ratio) {
+  const float step_x = (box.xmax - box.xmin) / static_cast<float>(divisions);
+  const float step_y = (box.ymax - box.ymin) / static_cast<float>(divisions);
+  int count = 0;
+  for (int row = 0; row < divisions; ++row) {
+    const float y = box.ymin + (static_cast<float>(row) + 0.5f) * step_y;
+    for (int col = 0; col < divisions; ++col) {
+      const float x = box.xmin + (static_cast<float>(col) + 0.5f) * step_x;
+      if (PolygonContains(polygon, Point{x, y})) ++count;
+    }
+  }
+  const float n = static_cast<float>(divisions);
+  return static_cast<float>(count) / n / n >= min_ratio;
+}
+
+std::vector<Point> ParsePointList(const std::string& text) {
+  std::istringstream in(text);
+  std::vector<Point> points;
+  Point point;
+  bool have_x = false;
+  for (std::string item; std::getline(in, item, ',');) {
+    const float value = std::stof(item);
+    if (!have_x) {
+      point.x = value;
+    } else {
+      point.y = value;
+      points.push_back(point);
+    }
+    have_x = !have_x;
+  }
+  return points;
+}
+
+float ClampedOverlap(const Box& new_box, const Box& reference) {
+  const float left = std::max(std::max(new_box.xmin, 0.0f), reference.xmin);
+  const float top = std::max(std::max(new_box.ymin, 0.0f), reference.ymin);
+  const float right = std::min(reference.xmax, std::min(new_box.xmax, 1.0f));
+  const float bottom = std::min(reference.ymax, std::min(new_box.ymax, 1.0f));
+  const float width = std::max(right - left, 0.0f);
+  const float height = std::max(bottom - top, 0.0f);
+  const float intersection = width * height;
+  const float area_new = (new_box.xmax - new_box.xmin) * (new_box.ymax - new_box.ymin);
+  const float area_ref = (reference.xmax - reference.xmin) * (reference.ymax - reference.ymin);
+  return intersection / (area_new + area_ref - intersection);
+}
+
+}  // namespace dva
+}  // namespace mirvane
