@@ -36,7 +36,8 @@ constexpr int kTrackingChannels = 2;
 
 // The decoder's parameter set: constants fixed at build time, plus the live detection threshold,
 // which the caller owns and may change between frames (it is read at the start of every heatmap
-// scan). Holds a reference only; the threshold must outlive the parameter set.
+// scan). Holds a reference only; the threshold must outlive the parameter set. Not synchronised:
+// the threshold is changed only on the thread that decodes, between frames.
 struct NanoTrackDecoderParams {
   explicit NanoTrackDecoderParams(const float& threshold) : detection_threshold(threshold) {}
 
