@@ -1,0 +1,157 @@
+#include "model/nano_track_decoder.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+#include <vector>
+
+namespace mirvane {
+namespace {
+
+// Expected distance, in grid cells, of one box side at one cell: the softmax of the side's 8 bin
+// values (maximum subtracted first) weighted by bin index. bins points at the side's first bin
+// channel at this cell; consecutive bins are plane elements apart.
+float SideDistance(const float* bins, std::size_t plane) {
+  float values[kRegressionBins];
+  float max_value = bins[0];
+  for (int j = 0; j < kRegressionBins; ++j) {
+    values[j] = bins[static_cast<std::size_t>(j) * plane];
+    max_value = std::max(max_value, values[j]);
+  }
+  float sum = 0.0f;
+  for (float& value : values) {
+    value = std::exp(value - max_value);  // the single-precision expf
+    sum += value;
+  }
+  float distance = 0.0f;
+  for (int j = 0; j < kRegressionBins; ++j) {
+    distance += static_cast<float>(j) * (values[j] / sum);
+  }
+  return distance;
+}
+
+// Appends the candidates of one heatmap channel of one scale to out: the qualifying cells in raster
+// order, at most per_map_limit of them.
+void ExtractCandidates(const NanoTrackDecoderParams& params, int class_index,
+                       const TensorView& heatmap, const TensorView& regression,
+                       const TensorView& tracking, std::vector<Detection>* out) {
+  const float threshold = params.detection_threshold;  // read once per map
+  const std::size_t plane = heatmap.PlaneSize();
+  const float* scores = heatmap.Channel(class_index);
+  const float* track_x = tracking.Channel(0);
+  const float* track_y = tracking.Channel(1);
+  const float grid_width = static_cast<float>(heatmap.width);
+  const float grid_height = static_cast<float>(heatmap.height);
+  const float input_width = static_cast<float>(params.input_width);
+  const float input_height = static_cast<float>(params.input_height);
+  const std::size_t width = static_cast<std::size_t>(heatmap.width);
+
+  std::size_t taken = 0;
+  for (std::size_t i = 0; i < plane && taken < params.per_map_limit; ++i) {
+    const float score = scores[i];
+    if (!(score >= threshold)) {
+      continue;
+    }
+    ++taken;
+    const float cx = static_cast<float>(i % width) + 0.5f;
+    const float cy = static_cast<float>(i / width) + 0.5f;
+    float side[kRegressionSides];
+    for (int k = 0; k < kRegressionSides; ++k) {
+      side[k] = SideDistance(regression.Channel(k * kRegressionBins) + i, plane);
+    }
+    Detection d;
+    d.score = score;
+    d.xmin = std::max((cx - side[0]) / grid_width, 0.0f);
+    d.ymin = std::max((cy - side[1]) / grid_height, 0.0f);
+    d.xmax = std::min((cx + side[2]) / grid_width, 1.0f);
+    d.ymax = std::min((cy + side[3]) / grid_height, 1.0f);
+    d.track_dx = track_x[i] / input_width;
+    d.track_dy = track_y[i] / input_height;
+    out->push_back(d);
+  }
+}
+
+// Greedy non-maximum suppression of one class's list: keeps entries in descending score order,
+// dropping every later entry whose overlap with a kept one exceeds the threshold.
+void SuppressOverlaps(float iou_threshold, std::vector<Detection>* list) {
+  const std::vector<Detection>& in = *list;
+  std::vector<std::size_t> order(in.size());
+  std::iota(order.begin(), order.end(), std::size_t{0});
+  std::sort(order.begin(), order.end(), [&in](std::size_t a, std::size_t b) {
+    return in[a].score > in[b].score || (in[a].score == in[b].score && a < b);
+  });
+  std::vector<char> alive(order.size(), 1);
+  std::vector<Detection> kept;
+  kept.reserve(in.size());
+  for (std::size_t n = 0; n < order.size(); ++n) {
+    if (!alive[n]) {
+      continue;
+    }
+    kept.push_back(in[order[n]]);
+    const Detection& a = kept.back();
+    for (std::size_t m = n + 1; m < order.size(); ++m) {
+      if (alive[m] && SuppressionIou(a, in[order[m]]) > iou_threshold) {
+        alive[m] = 0;
+      }
+    }
+  }
+  list->swap(kept);
+}
+
+// Maps boxes normalised to the letterboxed input back to the source frame. The resized image fills
+// the input along the source's longer side (relative to the input's aspect), from the top-left.
+void UndoLetterbox(const NanoTrackDecoderParams& params, int source_width, int source_height,
+                   DetectionsPerClass* per_class) {
+  const float source_aspect = static_cast<float>(source_width) / static_cast<float>(source_height);
+  const float input_aspect =
+      static_cast<float>(params.input_width) / static_cast<float>(params.input_height);
+  float sx = 1.0f;
+  float sy = 1.0f;
+  if (source_aspect > input_aspect) {
+    sy = source_aspect / input_aspect;
+  } else {
+    sx = input_aspect / source_aspect;
+  }
+  for (std::vector<Detection>& list : *per_class) {
+    for (Detection& d : list) {
+      d.xmin = d.xmin * sx;
+      d.xmax = std::min(d.xmax * sx, 1.0f);
+      d.ymin = d.ymin * sy;
+      d.ymax = std::min(d.ymax * sy, 1.0f);
+      d.track_dx = d.track_dx * sx;
+      d.track_dy = d.track_dy * sy;
+    }
+  }
+}
+
+}  // namespace
+
+float SuppressionIou(const Detection& kept, const Detection& candidate) {
+  const float ix1 = std::max(std::max(kept.xmin, 0.0f), candidate.xmin);
+  const float iy1 = std::max(std::max(kept.ymin, 0.0f), candidate.ymin);
+  const float ix2 = std::min(std::min(kept.xmax, 1.0f), candidate.xmax);
+  const float iy2 = std::min(std::min(kept.ymax, 1.0f), candidate.ymax);
+  const float intersection = std::max(ix2 - ix1, 0.0f) * std::max(iy2 - iy1, 0.0f);
+  const float union_area = (kept.xmax - kept.xmin) * (kept.ymax - kept.ymin) +
+                           (candidate.xmax - candidate.xmin) * (candidate.ymax - candidate.ymin) -
+                           intersection;
+  return intersection / union_area;
+}
+
+DetectionsPerClass Decode(const NanoTrackDecoderParams& params, const NanoTrackOutputs& outputs,
+                          int source_width, int source_height) {
+  const int class_count = outputs.heatmaps[0].channels;
+  DetectionsPerClass per_class(static_cast<std::size_t>(std::max(class_count, 0)));
+  for (int c = 0; c < class_count; ++c) {
+    std::vector<Detection>& list = per_class[static_cast<std::size_t>(c)];
+    for (int s = 0; s < kNanoTrackScaleCount; ++s) {
+      ExtractCandidates(params, c, outputs.heatmaps[s], outputs.regressions[s],
+                        outputs.trackings[s], &list);
+    }
+    SuppressOverlaps(params.nms_iou_threshold, &list);
+  }
+  UndoLetterbox(params, source_width, source_height, &per_class);
+  return per_class;
+}
+
+}  // namespace mirvane
