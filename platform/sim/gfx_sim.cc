@@ -12,6 +12,7 @@
 #include "hd_gfx.h"
 #include "platform_state.h"
 #include "sim_settings.h"
+#include "word_range.h"
 
 namespace mirvane {
 namespace sim {
@@ -38,13 +39,13 @@ int CheckImage(const HD_GFX_IMG_BUF& img, Planes* planes) {
   const uint32_t luma_bytes = static_cast<uint32_t>(img.lineoffset[0] * (h - 1) + w);
   planes->y = DeviceMemory::Instance().View(static_cast<uint32_t>(img.p_phy_addr[0]), luma_bytes);
   planes->y_stride = static_cast<int>(img.lineoffset[0]);
-  if (planes->y == nullptr || img.p_phy_addr[0] > 0xffffffffUL) return HD_ERR_PARAM;
+  if (planes->y == nullptr || !FitsU32(img.p_phy_addr[0])) return HD_ERR_PARAM;
   if (!nv12) return HD_OK;
   if (img.lineoffset[1] < w || img.lineoffset[1] > 4 * kMaxSide) return HD_ERR_PARAM;
   const uint32_t chroma_bytes = static_cast<uint32_t>(img.lineoffset[1] * (h / 2 - 1) + w);
   planes->uv = DeviceMemory::Instance().View(static_cast<uint32_t>(img.p_phy_addr[1]), chroma_bytes);
   planes->uv_stride = static_cast<int>(img.lineoffset[1]);
-  if (planes->uv == nullptr || img.p_phy_addr[1] > 0xffffffffUL) return HD_ERR_PARAM;
+  if (planes->uv == nullptr || !FitsU32(img.p_phy_addr[1])) return HD_ERR_PARAM;
   return HD_OK;
 }
 

@@ -12,6 +12,7 @@
 #include "hd_common.h"
 #include "hd_gfx.h"
 #include "platform_state.h"
+#include "word_range.h"
 
 namespace mirvane {
 namespace sim {
@@ -77,7 +78,7 @@ HD_RESULT hd_common_mem_init(HD_COMMON_MEM_INIT_CONFIG *p_mem_config) {
     std::vector<mirvane::sim::PoolSetting> pools;
     for (const HD_COMMON_MEM_POOL_INFO& info : p_mem_config->pool_info) {
       if (info.type == 0 || info.blk_cnt == 0) continue;
-      if (info.blk_size == 0 || info.blk_size > 0xffffffffUL || info.blk_cnt > 0xffffUL ||
+      if (info.blk_size == 0 || !mirvane::sim::FitsU32(info.blk_size) || info.blk_cnt > 0xffffUL ||
           static_cast<unsigned>(info.ddr_id) > 7) {
         return HD_ERR_PARAM;
       }
@@ -105,7 +106,7 @@ HD_RESULT hd_common_mem_uninit(void) {
 HD_COMMON_MEM_VB_BLK hd_common_mem_get_block(HD_COMMON_MEM_POOL_TYPE pool_type, UINT32 blk_size,
                                              HD_COMMON_MEM_DDR_ID ddr) {
   if (FaultCode("hd_common_mem_get_block") != 0 || !g_mem) return HD_COMMON_MEM_VB_INVALID_BLK;
-  if (blk_size > 0xffffffffUL) return HD_COMMON_MEM_VB_INVALID_BLK;
+  if (!mirvane::sim::FitsU32(blk_size)) return HD_COMMON_MEM_VB_INVALID_BLK;
   return DeviceMemory::Instance().GetBlock(static_cast<uint32_t>(pool_type),
                                            static_cast<uint32_t>(blk_size),
                                            static_cast<uint32_t>(ddr));
@@ -114,13 +115,13 @@ HD_COMMON_MEM_VB_BLK hd_common_mem_get_block(HD_COMMON_MEM_POOL_TYPE pool_type, 
 HD_RESULT hd_common_mem_release_block(HD_COMMON_MEM_VB_BLK blk) {
   if (int code = FaultCode("hd_common_mem_release_block")) return static_cast<HD_RESULT>(code);
   if (!g_mem) return HD_ERR_UNINIT;
-  if (blk < INT32_MIN || blk > INT32_MAX) return HD_ERR_PARAM;
+  if (!mirvane::sim::FitsI32(blk)) return HD_ERR_PARAM;
   return static_cast<HD_RESULT>(DeviceMemory::Instance().ReleaseBlock(static_cast<int32_t>(blk)));
 }
 
 UINT32 hd_common_mem_blk2pa(HD_COMMON_MEM_VB_BLK blk) {
   if (FaultCode("hd_common_mem_blk2pa") != 0 || !g_mem) return 0;
-  if (blk < INT32_MIN || blk > INT32_MAX) return 0;
+  if (!mirvane::sim::FitsI32(blk)) return 0;
   return DeviceMemory::Instance().BlockAddress(static_cast<int32_t>(blk));
 }
 
@@ -129,7 +130,9 @@ void *hd_common_mem_mmap(HD_COMMON_MEM_MEM_TYPE mem_type, UINT32 phy_addr, UINT3
   if (mem_type != HD_COMMON_MEM_MEM_TYPE_CACHE && mem_type != HD_COMMON_MEM_MEM_TYPE_NONCACHE) {
     return nullptr;
   }
-  if (phy_addr > 0xffffffffUL || size == 0 || size > 0xffffffffUL) return nullptr;
+  if (!mirvane::sim::FitsU32(phy_addr) || size == 0 || !mirvane::sim::FitsU32(size)) {
+    return nullptr;
+  }
   return DeviceMemory::Instance().Map(static_cast<uint32_t>(phy_addr), static_cast<uint32_t>(size));
 }
 

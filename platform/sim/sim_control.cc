@@ -7,6 +7,7 @@
 #include "param_store.h"
 #include "sim_control.h"
 #include "sim_settings.h"
+#include "word_range.h"
 
 using mirvane::sim::CurrentParamStore;
 using mirvane::sim::CurrentSettings;
@@ -41,7 +42,7 @@ int mirvane_sim_fault(const char *call) {
 }
 
 void *mirvane_sim_device_view(UINT32 phy_addr, UINT32 size) {
-  if (phy_addr > 0xffffffffUL || size > 0xffffffffUL) return nullptr;
+  if (!mirvane::sim::FitsU32(phy_addr) || !mirvane::sim::FitsU32(size)) return nullptr;
   return mirvane::sim::DeviceMemory::Instance().View(static_cast<uint32_t>(phy_addr),
                                                       static_cast<uint32_t>(size));
 }

@@ -19,6 +19,7 @@
 #include "platform_state.h"
 #include "sim_control.h"
 #include "sim_settings.h"
+#include "word_range.h"
 
 namespace mirvane {
 namespace sim {
@@ -138,7 +139,7 @@ int JpegEncoder::Push(HD_PATH_ID path, const HD_VIDEO_FRAME& in) {
     return HD_ERR_PARAM;
   }
   if (in.loff[0] < w || (nv12 && in.loff[1] < w) || in.loff[0] > 4 * kMaxSide ||
-      in.loff[1] > 4 * kMaxSide || in.phy_addr[0] > 0xffffffffUL || in.phy_addr[1] > 0xffffffffUL) {
+      in.loff[1] > 4 * kMaxSide || !FitsU32(in.phy_addr[0]) || !FitsU32(in.phy_addr[1])) {
     return HD_ERR_PARAM;
   }
   DeviceMemory& memory = DeviceMemory::Instance();
