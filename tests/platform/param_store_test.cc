@@ -3,6 +3,7 @@
 #include <ev.h>
 #include <gtest/gtest.h>
 #include <jansson.h>
+#include <sys/stat.h>
 
 #include <chrono>
 #include <fstream>
@@ -49,6 +50,7 @@ class ParamStoreTest : public ::testing::Test {
  protected:
   void SetUp() override {
     UseSimSettings("{}");
+    mkdir("/tmp/mirvane-sim", 0755);
     std::remove(kStore);
   }
 };
