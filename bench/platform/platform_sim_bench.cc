@@ -116,14 +116,22 @@ void RunFrames(benchmark::State& state, int steps) {
     if (steps & kRender) hd_videoproc_release_out_buf(kVideoPath, &frame);
   }
   if (!(steps & kRender)) hd_videoproc_release_out_buf(kVideoPath, &frame);
-  state.counters["frames_per_s"] = benchmark::Counter(static_cast<double>(state.iterations()),
-                                                      benchmark::Counter::kIsRate);
+  state.counters["frames_per_s"] =
+      benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
 }
 
-void BM_Render1080p(benchmark::State& state) { RunFrames(state, kRender); }
-void BM_LetterboxTo384(benchmark::State& state) { RunFrames(state, kScale); }
-void BM_Snapshot160x90Jpeg(benchmark::State& state) { RunFrames(state, kJpeg); }
-void BM_WholeFrame(benchmark::State& state) { RunFrames(state, kRender | kScale | kJpeg); }
+void BM_Render1080p(benchmark::State& state) {
+  RunFrames(state, kRender);
+}
+void BM_LetterboxTo384(benchmark::State& state) {
+  RunFrames(state, kScale);
+}
+void BM_Snapshot160x90Jpeg(benchmark::State& state) {
+  RunFrames(state, kJpeg);
+}
+void BM_WholeFrame(benchmark::State& state) {
+  RunFrames(state, kRender | kScale | kJpeg);
+}
 
 BENCHMARK(BM_Render1080p)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_LetterboxTo384)->Unit(benchmark::kMillisecond);

@@ -24,7 +24,9 @@ constexpr uint32_t kMaxBlocks = 4096;
 constexpr uint32_t kWindowBase[3] = {kPoolBase, kVideoBase, kEncoderBase};
 constexpr uint32_t kWindowSize[3] = {kPoolWindow, kVideoWindow, kEncoderWindow};
 
-uint32_t AlignUp(uint32_t n, uint32_t to) { return (n + to - 1) / to * to; }
+uint32_t AlignUp(uint32_t n, uint32_t to) {
+  return (n + to - 1) / to * to;
+}
 
 }  // namespace
 
@@ -115,12 +117,18 @@ int DeviceMemory::SetPools(const std::vector<PoolSetting>& pools) {
   for (size_t i = 0; i < pools.size(); ++i) {
     const PoolSetting& p = pools[i];
     if (p.type == 0 || p.blk_size == 0 || p.blk_cnt == 0 || p.ddr_id > 7) return HD_ERR_PARAM;
-    const uint64_t stride = (static_cast<uint64_t>(p.blk_size) + kPageSize - 1) / kPageSize * kPageSize;
+    const uint64_t stride =
+        (static_cast<uint64_t>(p.blk_size) + kPageSize - 1) / kPageSize * kPageSize;
     if (slots + static_cast<uint64_t>(p.blk_cnt) > kMaxBlocks) return HD_ERR_PARAM;
     if (offset + stride * p.blk_cnt > kPoolWindow) return HD_ERR_PARAM;
-    table[i] = SharedPool{p.type, p.ddr_id, p.blk_size, p.blk_cnt,
-                          kPoolBase + static_cast<uint32_t>(offset), static_cast<uint32_t>(stride),
-                          slots, 0};
+    table[i] = SharedPool{p.type,
+                          p.ddr_id,
+                          p.blk_size,
+                          p.blk_cnt,
+                          kPoolBase + static_cast<uint32_t>(offset),
+                          static_cast<uint32_t>(stride),
+                          slots,
+                          0};
     offset += stride * p.blk_cnt;
     slots += p.blk_cnt;
   }

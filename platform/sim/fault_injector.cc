@@ -21,7 +21,9 @@ uint64_t NextRandom(uint64_t* state) {
   return z ^ (z >> 31);
 }
 
-double NextUnit(uint64_t* state) { return static_cast<double>(NextRandom(state) >> 11) * 0x1.0p-53; }
+double NextUnit(uint64_t* state) {
+  return static_cast<double>(NextRandom(state) >> 11) * 0x1.0p-53;
+}
 
 struct State {
   std::shared_ptr<const Settings> settings;  // the settings the counters belong to

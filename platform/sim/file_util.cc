@@ -32,7 +32,9 @@ FileLock::FileLock(int fd) : fd_(fd) {
   }
 }
 
-FileLock::~FileLock() { flock(fd_, LOCK_UN); }
+FileLock::~FileLock() {
+  flock(fd_, LOCK_UN);
+}
 
 bool WriteFileAtomically(const std::string& path, const std::string& contents) {
   std::string temp = path + ".XXXXXX";

@@ -42,7 +42,8 @@ class FrameSource {
   virtual std::string Describe() const = 0;
   // Draws frame index (0 <= index < FrameCount()) into picture and lists what it drew in truth
   // (cleared first; a source without ground truth leaves it empty).
-  virtual void Render(int64_t index, const Nv12Image& picture, std::vector<GroundTruthBox>* truth) = 0;
+  virtual void Render(int64_t index, const Nv12Image& picture,
+                      std::vector<GroundTruthBox>* truth) = 0;
 };
 
 // The source named by the video settings: "scene" is a shipped scene's name or a scene file's

@@ -28,7 +28,9 @@ struct Planes {
   int uv_stride = 0;
 };
 
-bool Nv12Format(HD_VIDEO_PXLFMT f) { return f == HD_VIDEO_PXLFMT_YUV420; }
+bool Nv12Format(HD_VIDEO_PXLFMT f) {
+  return f == HD_VIDEO_PXLFMT_YUV420;
+}
 
 int CheckImage(const HD_GFX_IMG_BUF& img, Planes* planes) {
   const UINT32 w = img.dim.w, h = img.dim.h;
@@ -43,7 +45,8 @@ int CheckImage(const HD_GFX_IMG_BUF& img, Planes* planes) {
   if (!nv12) return HD_OK;
   if (img.lineoffset[1] < w || img.lineoffset[1] > 4 * kMaxSide) return HD_ERR_PARAM;
   const uint32_t chroma_bytes = static_cast<uint32_t>(img.lineoffset[1] * (h / 2 - 1) + w);
-  planes->uv = DeviceMemory::Instance().View(static_cast<uint32_t>(img.p_phy_addr[1]), chroma_bytes);
+  planes->uv =
+      DeviceMemory::Instance().View(static_cast<uint32_t>(img.p_phy_addr[1]), chroma_bytes);
   planes->uv_stride = static_cast<int>(img.lineoffset[1]);
   if (planes->uv == nullptr || !FitsU32(img.p_phy_addr[1])) return HD_ERR_PARAM;
   return HD_OK;
@@ -63,10 +66,13 @@ void ChromaSpan(long start, long size, int* c_start, int* c_size) {
 
 libyuv::FilterMode Filter(HD_GFX_SCALE_QUALITY quality) {
   switch (quality) {
-    case HD_GFX_SCALE_QUALITY_NEAREST: return libyuv::kFilterNone;
+    case HD_GFX_SCALE_QUALITY_NEAREST:
+      return libyuv::kFilterNone;
     case HD_GFX_SCALE_QUALITY_BICUBIC:
-    case HD_GFX_SCALE_QUALITY_INTEGRATION: return libyuv::kFilterBox;
-    default: return libyuv::kFilterBilinear;
+    case HD_GFX_SCALE_QUALITY_INTEGRATION:
+      return libyuv::kFilterBox;
+    default:
+      return libyuv::kFilterBilinear;
   }
 }
 
@@ -74,7 +80,7 @@ libyuv::FilterMode Filter(HD_GFX_SCALE_QUALITY quality) {
 }  // namespace sim
 }  // namespace mirvane
 
-extern "C" HD_RESULT hd_gfx_scale(HD_GFX_SCALE *p_param) {
+extern "C" HD_RESULT hd_gfx_scale(HD_GFX_SCALE* p_param) {
   using namespace mirvane::sim;
   if (int code = FaultCode("hd_gfx_scale")) return static_cast<HD_RESULT>(code);
   if (!GfxReady()) return HD_ERR_UNINIT;

@@ -25,9 +25,15 @@ std::atomic<bool> g_gfx{false};
 
 }  // namespace
 
-bool CommonReady() { return g_common.load(); }
-bool MemReady() { return g_mem.load(); }
-bool GfxReady() { return g_gfx.load(); }
+bool CommonReady() {
+  return g_common.load();
+}
+bool MemReady() {
+  return g_mem.load();
+}
+bool GfxReady() {
+  return g_gfx.load();
+}
 
 }  // namespace sim
 }  // namespace mirvane
@@ -69,7 +75,7 @@ HD_RESULT hd_common_uninit(void) {
   return HD_OK;
 }
 
-HD_RESULT hd_common_mem_init(HD_COMMON_MEM_INIT_CONFIG *p_mem_config) {
+HD_RESULT hd_common_mem_init(HD_COMMON_MEM_INIT_CONFIG* p_mem_config) {
   if (int code = FaultCode("hd_common_mem_init")) return static_cast<HD_RESULT>(code);
   std::lock_guard<std::mutex> lock(g_mutex);
   if (!g_common) return HD_ERR_UNINIT;
@@ -82,10 +88,9 @@ HD_RESULT hd_common_mem_init(HD_COMMON_MEM_INIT_CONFIG *p_mem_config) {
           static_cast<unsigned>(info.ddr_id) > 7) {
         return HD_ERR_PARAM;
       }
-      pools.push_back(mirvane::sim::PoolSetting{static_cast<uint32_t>(info.type),
-                                                static_cast<uint32_t>(info.blk_size),
-                                                static_cast<uint32_t>(info.blk_cnt),
-                                                static_cast<uint32_t>(info.ddr_id)});
+      pools.push_back(mirvane::sim::PoolSetting{
+          static_cast<uint32_t>(info.type), static_cast<uint32_t>(info.blk_size),
+          static_cast<uint32_t>(info.blk_cnt), static_cast<uint32_t>(info.ddr_id)});
     }
     if (pools.empty()) return HD_ERR_PARAM;
     const int r = DeviceMemory::Instance().SetPools(pools);
@@ -125,7 +130,7 @@ UINT32 hd_common_mem_blk2pa(HD_COMMON_MEM_VB_BLK blk) {
   return DeviceMemory::Instance().BlockAddress(static_cast<int32_t>(blk));
 }
 
-void *hd_common_mem_mmap(HD_COMMON_MEM_MEM_TYPE mem_type, UINT32 phy_addr, UINT32 size) {
+void* hd_common_mem_mmap(HD_COMMON_MEM_MEM_TYPE mem_type, UINT32 phy_addr, UINT32 size) {
   if (FaultCode("hd_common_mem_mmap") != 0 || !g_mem) return nullptr;
   if (mem_type != HD_COMMON_MEM_MEM_TYPE_CACHE && mem_type != HD_COMMON_MEM_MEM_TYPE_NONCACHE) {
     return nullptr;
@@ -136,14 +141,14 @@ void *hd_common_mem_mmap(HD_COMMON_MEM_MEM_TYPE mem_type, UINT32 phy_addr, UINT3
   return DeviceMemory::Instance().Map(static_cast<uint32_t>(phy_addr), static_cast<uint32_t>(size));
 }
 
-HD_RESULT hd_common_mem_munmap(void *virt_addr, unsigned int size) {
+HD_RESULT hd_common_mem_munmap(void* virt_addr, unsigned int size) {
   if (int code = FaultCode("hd_common_mem_munmap")) return static_cast<HD_RESULT>(code);
   if (!g_mem) return HD_ERR_UNINIT;
   if (virt_addr == nullptr) return HD_ERR_NULL_PTR;
   return static_cast<HD_RESULT>(DeviceMemory::Instance().Unmap(virt_addr, size));
 }
 
-HD_RESULT hd_common_mem_flush_cache(void *virt_addr, unsigned int size) {
+HD_RESULT hd_common_mem_flush_cache(void* virt_addr, unsigned int size) {
   if (int code = FaultCode("hd_common_mem_flush_cache")) return static_cast<HD_RESULT>(code);
   if (!g_mem) return HD_ERR_UNINIT;
   if (virt_addr == nullptr) return HD_ERR_NULL_PTR;

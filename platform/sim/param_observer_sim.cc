@@ -85,7 +85,7 @@ void OnDirectoryEvent(struct ev_loop* /*loop*/, ev_io* w, int /*revents*/) {
 
 extern "C" {
 
-param_observer_t *param_observer_new(struct ev_loop *loop) {
+param_observer_t* param_observer_new(struct ev_loop* loop) {
   if (loop == nullptr) return nullptr;
   auto* obs = new (std::nothrow) param_observer();
   if (obs == nullptr) return nullptr;
@@ -110,7 +110,7 @@ param_observer_t *param_observer_new(struct ev_loop *loop) {
   return obs;
 }
 
-int param_observer_register_pgo(param_observer_t *observer, pgo_t *pgo) {
+int param_observer_register_pgo(param_observer_t* observer, pgo_t* pgo) {
   if (observer == nullptr || pgo == nullptr) return -1;
   // Changes count from the values the keys have now.
   json_t* root = observer->store.Read();
@@ -122,12 +122,12 @@ int param_observer_register_pgo(param_observer_t *observer, pgo_t *pgo) {
   return 0;
 }
 
-int param_observer_get_handle(param_observer_t *observer) {
+int param_observer_get_handle(param_observer_t* observer) {
   return observer == nullptr ? -1 : observer->event_fd;
 }
 
-int param_observer_process(param_observer_t *observer, int fd, param_observer_cb callback,
-                           void *user_data) {
+int param_observer_process(param_observer_t* observer, int fd, param_observer_cb callback,
+                           void* user_data) {
   if (observer == nullptr || fd != observer->event_fd) return -1;
   uint64_t count = 0;
   if (read(fd, &count, sizeof count) != static_cast<ssize_t>(sizeof count)) {
@@ -144,7 +144,7 @@ int param_observer_process(param_observer_t *observer, int fd, param_observer_cb
   return dispatched;
 }
 
-void mirvane_param_observer_free(param_observer_t *observer) {
+void mirvane_param_observer_free(param_observer_t* observer) {
   if (observer == nullptr) return;
   ev_io_stop(observer->loop, &observer->io);
   close(observer->inotify_fd);

@@ -171,7 +171,9 @@ int ParamStore::Load(json_t* object) {
   });
 }
 
-ParamStore CurrentParamStore() { return ParamStore(CurrentSettings()->param_store); }
+ParamStore CurrentParamStore() {
+  return ParamStore(CurrentSettings()->param_store);
+}
 
 }  // namespace sim
 }  // namespace mirvane

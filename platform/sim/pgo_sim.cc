@@ -13,15 +13,17 @@
 
 extern "C" {
 
-pgo_t *pgo_new(void) { return new (std::nothrow) pgo(); }
+pgo_t* pgo_new(void) {
+  return new (std::nothrow) pgo();
+}
 
-int pgo_push_key(pgo_t *pgo, const char *key) {
+int pgo_push_key(pgo_t* pgo, const char* key) {
   if (pgo == nullptr || key == nullptr || key[0] == '\0') return -1;
   pgo->keys.emplace_back(key);
   return 0;
 }
 
-int pgo_run(pgo_t *pgo) {
+int pgo_run(pgo_t* pgo) {
   if (pgo == nullptr) return -1;
   pgo->DropValues();
   if (int code = mirvane::sim::FaultCode("pgo_run")) return code;
@@ -35,7 +37,7 @@ int pgo_run(pgo_t *pgo) {
   return 0;
 }
 
-json_t *pgo_get_obj(pgo_t *pgo, const char *key) {
+json_t* pgo_get_obj(pgo_t* pgo, const char* key) {
   if (pgo == nullptr || key == nullptr) return nullptr;
   for (size_t i = 0; i < pgo->values.size(); ++i) {
     if (pgo->keys[i] == key) return pgo->values[i];
@@ -43,7 +45,7 @@ json_t *pgo_get_obj(pgo_t *pgo, const char *key) {
   return nullptr;
 }
 
-void pgo_free(pgo_t *pgo) {
+void pgo_free(pgo_t* pgo) {
   delete pgo;
 }
 

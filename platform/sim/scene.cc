@@ -43,7 +43,9 @@ class Random {
   uint64_t state_;
 };
 
-uint8_t Clamp8(int v) { return static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v); }
+uint8_t Clamp8(int v) {
+  return static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v);
+}
 
 // Normalised coordinate to an even pixel position (chroma samples cover pixel pairs).
 int EvenPixel(double v, uint32_t size) {
@@ -100,7 +102,8 @@ bool ParseObject(json_t* item, SceneObject* object, std::string* error) {
       v[k] = json_number_value(json_array_get(key, k));
     }
     if (v[3] <= v[1] || v[4] <= v[2]) return fail("a box with no area");
-    if (!object->keys.empty() && v[0] < object->keys.back().t) return fail("keys out of time order");
+    if (!object->keys.empty() && v[0] < object->keys.back().t)
+      return fail("keys out of time order");
     object->keys.push_back(SceneKey{v[0], NormBox{v[1], v[2], v[3], v[4]}});
   }
   return true;
@@ -168,11 +171,16 @@ bool Generate(json_t* spec, int default_first_id, std::vector<SceneObject>* obje
 
 Yuv ClassColour(int class_id) {
   switch (class_id) {
-    case 1: return Yuv{82, 90, 240};   // person: red
-    case 2: return Yuv{41, 240, 110};  // vehicle: blue
-    case 3: return Yuv{145, 54, 34};   // other: green
-    case 4: return Yuv{210, 16, 146};  // second vehicle kind: yellow
-    default: return Yuv{128, 128, 128};
+    case 1:
+      return Yuv{82, 90, 240};  // person: red
+    case 2:
+      return Yuv{41, 240, 110};  // vehicle: blue
+    case 3:
+      return Yuv{145, 54, 34};  // other: green
+    case 4:
+      return Yuv{210, 16, 146};  // second vehicle kind: yellow
+    default:
+      return Yuv{128, 128, 128};
   }
 }
 
@@ -260,8 +268,12 @@ bool BoxAt(const SceneObject& object, double t, NormBox* box) {
 }
 
 SceneRenderer::SceneRenderer(Scene scene, uint32_t width, uint32_t height, double fps)
-    : scene_(std::move(scene)), width_(width), height_(height), fps_(fps),
-      frame_count_(std::max<int64_t>(1, static_cast<int64_t>(std::floor(scene_.duration * fps + 0.5)))),
+    : scene_(std::move(scene)),
+      width_(width),
+      height_(height),
+      fps_(fps),
+      frame_count_(
+          std::max<int64_t>(1, static_cast<int64_t>(std::floor(scene_.duration * fps + 0.5)))),
       background_(static_cast<size_t>(width) * height * 3 / 2) {
   const uint32_t seed = static_cast<uint32_t>(scene_.background_seed);
   const int horizon = static_cast<int>(height_ * 2 / 5);
@@ -364,7 +376,8 @@ class SceneSource : public FrameSource {
       : renderer_(std::move(scene), width, height, fps) {}
   int64_t FrameCount() const override { return renderer_.FrameCount(); }
   std::string Describe() const override { return "scene=" + renderer_.scene().name; }
-  void Render(int64_t index, const Nv12Image& picture, std::vector<GroundTruthBox>* truth) override {
+  void Render(int64_t index, const Nv12Image& picture,
+              std::vector<GroundTruthBox>* truth) override {
     renderer_.Render(index, picture, truth);
   }
 

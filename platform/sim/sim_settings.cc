@@ -150,7 +150,8 @@ void ParseFaults(json_t* array, std::vector<FaultRule>* faults, std::string* err
     if (!r.ok()) return;
     if (rule.call.empty()) return r.Fail("call", "the name of a platform function");
     if (rule.code == 0) return r.Fail("code", "a non-zero code");
-    if (rule.nth < 0 || rule.count == 0 || rule.count < -1) return r.Fail("nth", "from 1 (count: -1 or above 0)");
+    if (rule.nth < 0 || rule.count == 0 || rule.count < -1)
+      return r.Fail("nth", "from 1 (count: -1 or above 0)");
     if (rule.rate < 0.0 || rule.rate > 1.0) return r.Fail("rate", "from 0 to 1");
     if (rule.nth == 0 && rule.rate == 0.0) {  // neither given: every call fails
       rule.nth = 1;

@@ -47,10 +47,10 @@ struct EncoderSetting {
 
 struct FaultRule {
   std::string call;
-  int code = -10;  // HD_ERR_NG
-  int64_t nth = 0;     // first failing call, counted from 1 (0: not by count)
-  int64_t count = 1;   // how many calls from nth fail (-1: all after)
-  double rate = 0.0;   // chance of failure per call
+  int code = -10;     // HD_ERR_NG
+  int64_t nth = 0;    // first failing call, counted from 1 (0: not by count)
+  int64_t count = 1;  // how many calls from nth fail (-1: all after)
+  double rate = 0.0;  // chance of failure per call
   uint64_t seed = 1;
 };
 

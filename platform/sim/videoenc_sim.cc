@@ -206,7 +206,9 @@ int JpegEncoder::BufferInfo(HD_PATH_ID path, HD_VIDEOENC_BUFINFO* info) {
 
 }  // namespace
 
-bool StopEncoder() { return JpegEncoder::Instance().Stop(); }
+bool StopEncoder() {
+  return JpegEncoder::Instance().Stop();
+}
 
 }  // namespace sim
 }  // namespace mirvane
@@ -216,8 +218,8 @@ using mirvane::sim::JpegEncoder;
 
 extern "C" {
 
-HD_RESULT hd_videoenc_push_in_buf(HD_PATH_ID path_id, HD_VIDEO_FRAME *p_in_video_frame,
-                                  HD_VIDEOENC_BS *p_user_out_video_bitstream, INT32 wait_ms) {
+HD_RESULT hd_videoenc_push_in_buf(HD_PATH_ID path_id, HD_VIDEO_FRAME* p_in_video_frame,
+                                  HD_VIDEOENC_BS* p_user_out_video_bitstream, INT32 wait_ms) {
   (void)wait_ms;  // encoding is done within the call
   if (int code = FaultCode("hd_videoenc_push_in_buf")) return static_cast<HD_RESULT>(code);
   if (!mirvane::sim::CommonReady()) return HD_ERR_UNINIT;
@@ -226,7 +228,7 @@ HD_RESULT hd_videoenc_push_in_buf(HD_PATH_ID path_id, HD_VIDEO_FRAME *p_in_video
   return static_cast<HD_RESULT>(JpegEncoder::Instance().Push(path_id, *p_in_video_frame));
 }
 
-HD_RESULT hd_videoenc_pull_out_buf(HD_PATH_ID path_id, HD_VIDEOENC_BS *p_video_bitstream,
+HD_RESULT hd_videoenc_pull_out_buf(HD_PATH_ID path_id, HD_VIDEOENC_BS* p_video_bitstream,
                                    INT32 wait_ms) {
   if (int code = FaultCode("hd_videoenc_pull_out_buf")) return static_cast<HD_RESULT>(code);
   if (!mirvane::sim::CommonReady()) return HD_ERR_UNINIT;
@@ -234,14 +236,14 @@ HD_RESULT hd_videoenc_pull_out_buf(HD_PATH_ID path_id, HD_VIDEOENC_BS *p_video_b
   return static_cast<HD_RESULT>(JpegEncoder::Instance().Pull(path_id, p_video_bitstream, wait_ms));
 }
 
-HD_RESULT hd_videoenc_release_out_buf(HD_PATH_ID path_id, HD_VIDEOENC_BS *p_video_bitstream) {
+HD_RESULT hd_videoenc_release_out_buf(HD_PATH_ID path_id, HD_VIDEOENC_BS* p_video_bitstream) {
   if (int code = FaultCode("hd_videoenc_release_out_buf")) return static_cast<HD_RESULT>(code);
   if (!mirvane::sim::CommonReady()) return HD_ERR_UNINIT;
   if (p_video_bitstream == nullptr) return HD_ERR_NULL_PTR;
   return static_cast<HD_RESULT>(JpegEncoder::Instance().Release(path_id, *p_video_bitstream));
 }
 
-HD_RESULT hd_videoenc_get(HD_PATH_ID path_id, HD_VIDEOENC_PARAM_ID id, VOID *p_param) {
+HD_RESULT hd_videoenc_get(HD_PATH_ID path_id, HD_VIDEOENC_PARAM_ID id, VOID* p_param) {
   if (int code = FaultCode("hd_videoenc_get")) return static_cast<HD_RESULT>(code);
   if (!mirvane::sim::CommonReady()) return HD_ERR_UNINIT;
   if (p_param == nullptr) return HD_ERR_NULL_PTR;

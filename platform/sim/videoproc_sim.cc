@@ -75,8 +75,8 @@ class VideoOutput {
   std::vector<Buffer> buffers_;
   uint32_t stride_ = 0;
   int64_t interval_us_ = 40000;
-  int64_t next_seq_ = 0;    // position in the frame sequence of the next frame to capture
-  int64_t start_us_ = -1;   // when frame 0 was due (real-time pace)
+  int64_t next_seq_ = 0;   // position in the frame sequence of the next frame to capture
+  int64_t start_us_ = -1;  // when frame 0 was due (real-time pace)
   FILE* truth_ = nullptr;
   int lock_fd_ = -1;
   std::vector<GroundTruthBox> boxes_;
@@ -102,8 +102,8 @@ bool VideoOutput::Stop() {
 
 int VideoOutput::StartLocked() {
   std::shared_ptr<const Settings> settings = CurrentSettings();
-  const int lock_fd = open((settings->state_dir + "/video.lock").c_str(),
-                           O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+  const int lock_fd =
+      open((settings->state_dir + "/video.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
   if (lock_fd < 0) return HD_ERR_SYS;
   if (flock(lock_fd, LOCK_EX | LOCK_NB) != 0) {
     close(lock_fd);
@@ -178,7 +178,8 @@ int VideoOutput::Pull(HD_PATH_ID path, HD_VIDEO_FRAME* frame, INT32 wait_ms) {
     if (int r = StartLocked()) return r;
   }
   if (path != setting_.path) return HD_ERR_PATH;
-  const int64_t deadline = wait_ms < 0 ? -1 : MonotonicMicros() + static_cast<int64_t>(wait_ms) * 1000;
+  const int64_t deadline =
+      wait_ms < 0 ? -1 : MonotonicMicros() + static_cast<int64_t>(wait_ms) * 1000;
   for (;;) {
     int64_t seq = next_seq_;
     if (setting_.pace == Pace::kRealTime) {
@@ -268,14 +269,16 @@ int VideoOutput::Release(HD_PATH_ID path, const HD_VIDEO_FRAME* frame) {
 
 }  // namespace
 
-bool StopVideoOutput() { return VideoOutput::Instance().Stop(); }
+bool StopVideoOutput() {
+  return VideoOutput::Instance().Stop();
+}
 
 }  // namespace sim
 }  // namespace mirvane
 
 extern "C" {
 
-HD_RESULT hd_videoproc_pull_out_buf(HD_PATH_ID path_id, HD_VIDEO_FRAME *p_video_frame,
+HD_RESULT hd_videoproc_pull_out_buf(HD_PATH_ID path_id, HD_VIDEO_FRAME* p_video_frame,
                                     INT32 wait_ms) {
   if (int code = mirvane::sim::FaultCode("hd_videoproc_pull_out_buf")) {
     return static_cast<HD_RESULT>(code);
@@ -286,7 +289,7 @@ HD_RESULT hd_videoproc_pull_out_buf(HD_PATH_ID path_id, HD_VIDEO_FRAME *p_video_
       mirvane::sim::VideoOutput::Instance().Pull(path_id, p_video_frame, wait_ms));
 }
 
-HD_RESULT hd_videoproc_release_out_buf(HD_PATH_ID path_id, HD_VIDEO_FRAME *p_video_frame) {
+HD_RESULT hd_videoproc_release_out_buf(HD_PATH_ID path_id, HD_VIDEO_FRAME* p_video_frame) {
   if (int code = mirvane::sim::FaultCode("hd_videoproc_release_out_buf")) {
     return static_cast<HD_RESULT>(code);
   }

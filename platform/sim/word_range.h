@@ -9,8 +9,12 @@
 namespace mirvane {
 namespace sim {
 
-inline bool FitsU32(unsigned long long v) { return v <= 0xffffffffULL; }
-inline bool FitsI32(long long v) { return v >= INT32_MIN && v <= INT32_MAX; }
+inline bool FitsU32(unsigned long long v) {
+  return v <= 0xffffffffULL;
+}
+inline bool FitsI32(long long v) {
+  return v >= INT32_MIN && v <= INT32_MAX;
+}
 
 }  // namespace sim
 }  // namespace mirvane

@@ -48,7 +48,8 @@ Picture Carve(const MappedBlock& block, UINT32 offset, int w, int h) {
 void FillSmooth(const Picture& p) {
   for (int y = 0; y < p.h; ++y) {
     for (int x = 0; x < p.w; ++x) {
-      p.y()[y * p.w + x] = static_cast<uint8_t>(128 + 90 * std::sin(x * 0.031) * std::cos(y * 0.023));
+      p.y()[y * p.w + x] =
+          static_cast<uint8_t>(128 + 90 * std::sin(x * 0.031) * std::cos(y * 0.023));
     }
   }
   for (int y = 0; y < p.h / 2; ++y) {
@@ -167,8 +168,8 @@ TEST_F(MediaTest, PixelsOutsideTheDestinationRectangleStayAsTheyWere) {
   for (int y = 0; y < 384; ++y) {
     for (int x = 0; x < 384; ++x) {
       const bool inside = x >= 64 && x < 256 && y >= 32 && y < 140;
-      const bool changed = input.y()[y * 384 + x] != 0 ||
-                           input.uv()[(y / 2) * 384 + (x / 2) * 2] != 128;
+      const bool changed =
+          input.y()[y * 384 + x] != 0 || input.uv()[(y / 2) * 384 + (x / 2) * 2] != 128;
       (inside ? changed_inside : changed_outside) += changed;
     }
   }

@@ -124,8 +124,8 @@ class ObservedLoop {
   // Runs the loop until a notice arrives or 5 s pass; returns the keys of all notices so far.
   const std::vector<std::string>& RunUntilNotice() {
     ev_timer timeout;
-    ev_timer_init(&timeout, [](struct ev_loop* l, ev_timer*, int) { ev_break(l, EVBREAK_ALL); },
-                  5.0, 0.0);
+    ev_timer_init(
+        &timeout, [](struct ev_loop* l, ev_timer*, int) { ev_break(l, EVBREAK_ALL); }, 5.0, 0.0);
     ev_timer_start(loop_, &timeout);
     const size_t before = keys_.size();
     while (keys_.size() == before && ev_is_active(&timeout)) ev_run(loop_, EVRUN_ONCE);

@@ -69,7 +69,8 @@ TEST(Scene, BadScenesAreRefused) {
   const char* bad[] = {
       R"({"objects": []})",  // no duration
       R"({"duration": 5, "objects": [{"id": 1, "class": "tree", "keys": [[0, 0, 0, 1, 1]]}]})",
-      R"({"duration": 5, "objects": [{"id": 1, "class": "person", "keys": [[0, 0.5, 0, 0.4, 1]]}]})",
+      R"({"duration": 5, "objects": [{"id": 1, "class": "person",
+          "keys": [[0, 0.5, 0, 0.4, 1]]}]})",
       R"({"duration": 5, "objects": [{"id": 1, "class": "person",
           "keys": [[2, 0, 0, 1, 1], [1, 0, 0, 1, 1]]}]})",
       R"({"duration": 5, "generate": [{"class": "person", "count": 3, "height": [0.3, 0.1]}]})",
@@ -139,7 +140,8 @@ TEST(Scene, TheBackgroundStaysNeutralAndObjectsShowTheirColour) {
     for (int x = 0; x < 320; ++x) {
       const int u = picture.image.uv[y * 640 + 2 * x], v = picture.image.uv[y * 640 + 2 * x + 1];
       if (owner[y * 320 + x] == 0) {
-        wrong += std::abs(u - 128) > kBackgroundChromaSpread || std::abs(v - 128) > kBackgroundChromaSpread;
+        wrong += std::abs(u - 128) > kBackgroundChromaSpread ||
+                 std::abs(v - 128) > kBackgroundChromaSpread;
       } else {
         const Yuv colour = ClassColour(owner[y * 320 + x]);
         wrong += u != colour.u || v != colour.v;

@@ -23,7 +23,8 @@ void UseSimSettings(const std::string& json) {
 }
 
 PlatformUp::PlatformUp() {
-  ok_ = hd_common_init(2) == HD_OK && hd_gfx_init() == HD_OK && hd_common_mem_init(nullptr) == HD_OK;
+  ok_ =
+      hd_common_init(2) == HD_OK && hd_gfx_init() == HD_OK && hd_common_mem_init(nullptr) == HD_OK;
 }
 
 PlatformUp::~PlatformUp() {

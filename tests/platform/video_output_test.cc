@@ -143,7 +143,8 @@ TEST(VideoOutput, ASceneRendersTheSameFramesTwice) {
       HD_VIDEO_FRAME frame;
       for (int i = 0; i < 300; ++i) {
         if (hd_videoproc_pull_out_buf(kPath, &frame, -1) != HD_OK) return;
-        if (i % 30 == 0) std::printf("%016llx\n", static_cast<unsigned long long>(FrameHash(frame)));
+        if (i % 30 == 0)
+          std::printf("%016llx\n", static_cast<unsigned long long>(FrameHash(frame)));
         hd_videoproc_release_out_buf(kPath, &frame);
       }
     });
@@ -167,8 +168,8 @@ TEST(VideoOutput, GroundTruthNamesWhatThePixelsShow) {
     ASSERT_EQ(hd_videoproc_pull_out_buf(kPath, &frame, -1), HD_OK);
     if (i < 400) hd_videoproc_release_out_buf(kPath, &frame);
   }
-  auto* picture = static_cast<const uint8_t*>(
-      hd_common_mem_mmap(HD_COMMON_MEM_MEM_TYPE_CACHE, frame.phy_addr[0], kWidth * kHeight * 3 / 2));
+  auto* picture = static_cast<const uint8_t*>(hd_common_mem_mmap(
+      HD_COMMON_MEM_MEM_TYPE_CACHE, frame.phy_addr[0], kWidth * kHeight * 3 / 2));
   ASSERT_NE(picture, nullptr);
   std::ifstream truth("/tmp/truth.csv");
   std::string line;
@@ -182,7 +183,8 @@ TEST(VideoOutput, GroundTruthNamesWhatThePixelsShow) {
     long long index;
     sim::GroundTruthBox b;
     ASSERT_EQ(std::sscanf(line.c_str(), "%llu,%llu,%lld,%d,%d,%d,%d,%d,%d", &count, &timestamp,
-                          &index, &b.object_id, &b.class_id, &b.x0, &b.y0, &b.x1, &b.y1), 9);
+                          &index, &b.object_id, &b.class_id, &b.x0, &b.y0, &b.x1, &b.y1),
+              9);
     if (count != frame.count) continue;
     EXPECT_EQ(timestamp, frame.timestamp);
     EXPECT_EQ(index, 400);

@@ -66,8 +66,8 @@ int Set(const char* key, const char* text) {
 
 int Load(const char* path) {
   json_error_t error;
-  json_t* object = std::strcmp(path, "-") == 0 ? json_loadf(stdin, 0, &error)
-                                               : json_load_file(path, 0, &error);
+  json_t* object =
+      std::strcmp(path, "-") == 0 ? json_loadf(stdin, 0, &error) : json_load_file(path, 0, &error);
   if (!json_is_object(object)) {
     std::fprintf(stderr, "mirvane-param: %s: not a JSON object (%s)\n", path,
                  object ? "another value" : error.text);
