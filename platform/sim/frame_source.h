@@ -1,0 +1,57 @@
+// Where the simulated sensor's pictures come from. A frame source renders frame number `index`
+// of its sequence into an NV12 picture and tells what it drew (the ground truth), so that sources
+// are interchangeable behind the video output: the scene renderer today, a video file decoder
+// later. A source is used by one thread at a time.
+#ifndef MIRVANE_PLATFORM_SIM_FRAME_SOURCE_H
+#define MIRVANE_PLATFORM_SIM_FRAME_SOURCE_H
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace mirvane {
+namespace sim {
+
+// An NV12 picture in memory the caller owns: luma rows, then interleaved U,V rows at half size;
+// both planes with the same line offset.
+struct Nv12Image {
+  uint8_t* y = nullptr;
+  uint8_t* uv = nullptr;
+  uint32_t width = 0;
+  uint32_t height = 0;
+  uint32_t stride = 0;
+};
+
+// One drawn object in pixels of the picture: [x0, x1) x [y0, y1), clipped to the picture.
+struct GroundTruthBox {
+  int object_id = 0;
+  int class_id = 0;  // the daemon's class ids: 1 person, 2 vehicle, 3 other, 4 second vehicle kind
+  int x0 = 0;
+  int y0 = 0;
+  int x1 = 0;
+  int y1 = 0;
+};
+
+class FrameSource {
+ public:
+  virtual ~FrameSource() = default;
+  // Number of frames in the sequence.
+  virtual int64_t FrameCount() const = 0;
+  // A short description for the ground-truth file's header ("scene=default").
+  virtual std::string Describe() const = 0;
+  // Draws frame index (0 <= index < FrameCount()) into picture and lists what it drew in truth
+  // (cleared first; a source without ground truth leaves it empty).
+  virtual void Render(int64_t index, const Nv12Image& picture,
+                      std::vector<GroundTruthBox>* truth) = 0;
+};
+
+// The source named by the video settings: "scene" is a shipped scene's name or a scene file's
+// path. Returns nullptr with a reason when it cannot be loaded.
+std::unique_ptr<FrameSource> MakeFrameSource(const std::string& scene, uint32_t width,
+                                             uint32_t height, double fps, std::string* error);
+
+}  // namespace sim
+}  // namespace mirvane
+
+#endif  // MIRVANE_PLATFORM_SIM_FRAME_SOURCE_H
