@@ -1,0 +1,35 @@
+#include "bin/pgo_access.h"
+
+#include <string>
+
+#include "pgo.h"
+
+namespace mirvane {
+
+json_t* GetPgoJson(const char* key) {
+  if (key == nullptr) return nullptr;
+  pgo_t* pgo = pgo_new();
+  if (pgo == nullptr) return nullptr;
+  // Several keys may be asked at once, separated by commas; each is pushed whole.
+  const std::string keys = key;
+  size_t start = 0;
+  for (;;) {
+    const size_t comma = keys.find(',', start);
+    pgo_push_key(pgo, keys.substr(start, comma - start).c_str());
+    if (comma == std::string::npos) break;
+    start = comma + 1;
+  }
+  pgo_run(pgo);
+  json_t* value = json_deep_copy(pgo_get_obj(pgo, key));
+  pgo_free(pgo);
+  return value;
+}
+
+int GetPgoInt(const char* key) {
+  json_t* value = GetPgoJson(key);
+  const int result = static_cast<int>(json_integer_value(value));
+  json_decref(value);
+  return result;
+}
+
+}  // namespace mirvane
