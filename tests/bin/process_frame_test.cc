@@ -123,6 +123,8 @@ TEST(Watchdog, StopFromInsideEndsTheWaitAtTheDestructor) {
     _exit(0);
   });
   EXPECT_EQ(result.exit_code, 0);
+  // The child has sent both; the peer's thread may still be reading the second.
+  EXPECT_TRUE(WaitUntil([&] { return Heartbeats(peer).size() >= 2; }, seconds(5)));
   EXPECT_EQ(Heartbeats(peer), "WW");
 }
 
