@@ -174,6 +174,29 @@ TEST(ReferenceNetwork, IgnoresTheLetterboxPaddingAndFindsNothingInAnEmptyPicture
   ExpectFound(RunOn(picture, picture, net), {{{2, 10, 150, 90, 214}, 0}});
 }
 
+TEST(ReferenceNetwork, FindsObjectsOfAFullHdFrameLetterboxedIntoTheInput) {
+  RunningNetwork net;
+  ASSERT_TRUE(net.ok());
+  TestPicture frame(9, 1920, 1080);
+  const Box drawn[] = {{1, 200, 300, 330, 640}, {2, 700, 500, 1240, 800}, {3, 1500, 100, 1660, 260},
+                       {4, 1400, 700, 1900, 1000}, {1, 100, 800, 160, 960}};
+  for (const Box& b : drawn) frame.Draw(b);
+  TestPicture input = frame.Letterboxed();
+  ASSERT_EQ(net.Run(input.data(), input.data()), HD_OK);
+  const auto found = net.Decode(kThreshold);
+  EXPECT_EQ(Count(found), 5u);
+  // Scaled by 1/5 and blurred by the scaler, still within a pixel of the input.
+  for (const Box& b : drawn) {
+    const Box in{b.class_id, b.x0 / 5, b.y0 / 5, b.x1 / 5, b.y1 / 5};
+    const Decoded* d = Nearest(found, in);
+    ASSERT_NE(d, nullptr);
+    EXPECT_NEAR(d->xmin * 384, in.x0, 1.0f);
+    EXPECT_NEAR(d->ymin * 384, in.y0, 1.0f);
+    EXPECT_NEAR(d->xmax * 384, in.x1, 1.0f);
+    EXPECT_NEAR(d->ymax * 384, in.y1, 1.0f);
+  }
+}
+
 sim::ai::ModelDescription ImperfectModel(uint64_t seed) {
   sim::ai::ModelDescription model = IdealModel();
   model.settings.seed = seed;

@@ -22,15 +22,21 @@ struct Box {
 
 class TestPicture {
  public:
-  // Background only; seed varies its texture.
-  explicit TestPicture(uint32_t seed = 1);
+  // Background only; seed varies its texture. Width and height even.
+  explicit TestPicture(uint32_t seed = 1, int width = kPictureSize, int height = kPictureSize);
   // Draws over what is there, like a later object of the scene.
   void Draw(const Box& box);
   // Black luma and neutral chroma below row `rows`, like the letterbox padding.
   void PadBelow(int rows);
+  // The picture letterboxed into a 384x384 input as the daemon does it: scaled bilinearly into
+  // the top left corner, black luma and neutral chroma around it.
+  TestPicture Letterboxed() const;
   uint8_t* data() { return bytes_.data(); }
+  int width() const { return width_; }
+  int height() const { return height_; }
 
  private:
+  int width_, height_;
   std::vector<uint8_t> bytes_;
 };
 

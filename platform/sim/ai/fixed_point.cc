@@ -12,11 +12,13 @@ namespace {
 template <typename T>
 void Quantize(const float* in, size_t count, float step, float lo, float hi, void* out) {
   T* dst = static_cast<T*>(out);
+  const float inverse = 1.0f / step;
   for (size_t i = 0; i < count; ++i) {
-    float q = std::nearbyint(in[i] / step);
+    float q = in[i] * inverse;
     if (!(q >= lo)) q = lo;  // also catches NaN
     if (q > hi) q = hi;
-    dst[i] = static_cast<T>(q);
+    // Nearest, halves away from zero; no library call in this loop of some 100 000 values.
+    dst[i] = static_cast<T>(static_cast<int32_t>(q + (q < 0 ? -0.5f : 0.5f)));
   }
 }
 

@@ -107,6 +107,15 @@ Runtime& Instance() {
   return *runtime;
 }
 
+// Path ids lie outside the parameter enumeration's range: read the word's bits without loading
+// it as the enumeration.
+UINT32 ParamBits(const VENDOR_AI_NET_PARAM_ID* param_id) {
+  uint32_t bits = 0;
+  static_assert(sizeof(*param_id) == sizeof(bits), "enumerations are 4 bytes");
+  std::memcpy(&bits, param_id, sizeof(bits));
+  return bits;
+}
+
 bool IsInputPath(UINT32 id) { return (id & 0xf0000000u) == 0x90000000u; }
 bool IsOutputPath(UINT32 id) { return (id & 0xf0000000u) == 0xa0000000u; }
 bool IsKnownParam(UINT32 id) { return id == 0 || id == 1 || id == 4 || id == 5 || (id >= 20 && id <= 22) || id == 41; }
@@ -323,9 +332,9 @@ HD_RESULT vendor_ai_uninit(VOID) {
 
 HD_RESULT vendor_ai_net_set(UINT32 proc_id, VENDOR_AI_NET_PARAM_ID param_id, void* p_param) {
   using namespace mirvane::sim::ai;
-  return WithNetwork(proc_id, [param_id, p_param](Network& net) {
+  const UINT32 id = ParamBits(&param_id);
+  return WithNetwork(proc_id, [id, p_param](Network& net) {
     if (p_param == nullptr) return HD_ERR_NULL_PTR;
-    const UINT32 id = static_cast<UINT32>(param_id);
     if (IsInputPath(id)) return SetInput(net, id, *static_cast<const VENDOR_AI_BUF*>(p_param));
     if (IsOutputPath(id)) return HD_ERR_PATH;
     const bool option = id == VENDOR_AI_NET_PARAM_CFG_MODEL ||
@@ -361,9 +370,9 @@ HD_RESULT vendor_ai_net_set(UINT32 proc_id, VENDOR_AI_NET_PARAM_ID param_id, voi
 
 HD_RESULT vendor_ai_net_get(UINT32 proc_id, VENDOR_AI_NET_PARAM_ID param_id, void* p_param) {
   using namespace mirvane::sim::ai;
-  return WithNetwork(proc_id, [param_id, p_param](Network& net) {
+  const UINT32 id = ParamBits(&param_id);
+  return WithNetwork(proc_id, [id, p_param](Network& net) {
     if (p_param == nullptr) return HD_ERR_NULL_PTR;
-    const UINT32 id = static_cast<UINT32>(param_id);
     if (IsOutputPath(id)) return GetOutput(net, id, static_cast<VENDOR_AI_BUF*>(p_param));
     if (IsInputPath(id)) return HD_ERR_PATH;
     if (id != VENDOR_AI_NET_PARAM_CFG_WORKBUF) {
