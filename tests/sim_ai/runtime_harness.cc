@@ -50,7 +50,7 @@ RunningNetwork::RunningNetwork(const ModelDescription& model, UINT32 proc_id)
   opened_ = true;
   VENDOR_AI_NET_CFG_WORKBUF wb{0, 0, 0};
   if (vendor_ai_net_get(proc_id, VENDOR_AI_NET_PARAM_CFG_WORKBUF, &wb) != HD_OK) return;
-  work_buffer_.assign((wb.size + 31) / 32 * 32, 0xee);
+  work_buffer_.assign((wb.size + 31) / 32 * 32, 0);
   wb.pa = wb.va = PhysicalOf(work_buffer_.data());
   wb.size = static_cast<UINT32>(work_buffer_.size());
   if (vendor_ai_net_set(proc_id, VENDOR_AI_NET_PARAM_CFG_WORKBUF, &wb) != HD_OK) return;
