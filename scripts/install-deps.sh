@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
   build-essential cmake ninja-build pkg-config ccache
   libev-dev libjansson-dev
-  libyuv-dev libturbojpeg0-dev libjpeg62-turbo-dev
+  libyuv-dev libturbojpeg0-dev libjpeg62-turbo-dev zlib1g-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   valgrind util-linux
 )

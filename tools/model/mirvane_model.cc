@@ -1,0 +1,123 @@
+// mirvane-model: writes, prints and checks the host model files of the network runtime.
+//
+//   mirvane-model write [--ideal] [--settings FILE.json] [--NAME VALUE]... OUTPUT
+//   mirvane-model print FILE
+//   mirvane-model check FILE
+//
+// write starts from the default model (the daemon's default path ids and the reference network's
+// default imperfections), or with --ideal from none at all, then applies a JSON settings file and
+// options such as --seed 7 --miss-rate 0.05 --delay-ms 0, in that order.
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "model_file.h"
+#include "model_settings.h"
+
+namespace {
+
+using mirvane::sim::ai::ModelCheck;
+using mirvane::sim::ai::ModelDescription;
+
+int Usage() {
+  std::fprintf(stderr,
+               "usage: mirvane-model write [--ideal] [--settings FILE.json] [--NAME VALUE]... OUTPUT\n"
+               "       mirvane-model print FILE\n"
+               "       mirvane-model check FILE\n"
+               "settings: seed, score, score-jitter, miss-rate, false-rate, box-jitter, delay-ms\n");
+  return 2;
+}
+
+bool ReadFile(const std::string& path, std::vector<uint8_t>* bytes) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) return false;
+  bytes->assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  return !in.bad();
+}
+
+int Write(int argc, char** argv) {
+  ModelDescription model = mirvane::sim::ai::DefaultModel();
+  std::string output, error;
+  for (int i = 0; i < argc; ++i) {
+    const std::string arg = argv[i];
+    if (arg == "--ideal") {
+      model.settings = mirvane::sim::ai::IdealSettings();
+    } else if (arg == "--settings" && i + 1 < argc) {
+      std::ifstream in(argv[++i]);
+      std::stringstream text;
+      text << in.rdbuf();
+      if (!in || !mirvane::model_tool::ApplySettingsJson(text.str(), &model.settings, &error)) {
+        std::fprintf(stderr, "mirvane-model: %s: %s\n", argv[i],
+                     in ? error.c_str() : "cannot read");
+        return 1;
+      }
+    } else if (arg.rfind("--", 0) == 0 && i + 1 < argc) {
+      if (!mirvane::model_tool::ApplySettingOption(arg.substr(2), argv[++i], &model.settings,
+                                                   &error)) {
+        std::fprintf(stderr, "mirvane-model: %s\n", error.c_str());
+        return Usage();
+      }
+    } else if (output.empty() && arg.rfind("--", 0) != 0) {
+      output = arg;
+    } else {
+      return Usage();
+    }
+  }
+  if (output.empty()) return Usage();
+  const std::vector<uint8_t> bytes = mirvane::sim::ai::SerializeModel(model);
+  ModelDescription check_model;
+  const ModelCheck check = mirvane::sim::ai::ParseModel(bytes.data(), bytes.size(), &check_model);
+  if (check.code != 0) {
+    std::fprintf(stderr, "mirvane-model: refusing to write: %s\n", check.reason.c_str());
+    return 1;
+  }
+  const std::string temporary = output + ".tmp";
+  {
+    std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    if (!out) {
+      std::fprintf(stderr, "mirvane-model: cannot write %s\n", temporary.c_str());
+      return 1;
+    }
+  }
+  if (std::rename(temporary.c_str(), output.c_str()) != 0) {
+    std::perror("mirvane-model: rename");
+    return 1;
+  }
+  return 0;
+}
+
+int Read(const char* path, bool print) {
+  std::vector<uint8_t> bytes;
+  if (!ReadFile(path, &bytes)) {
+    std::fprintf(stderr, "mirvane-model: cannot read %s\n", path);
+    return 1;
+  }
+  ModelDescription model;
+  const ModelCheck check = mirvane::sim::ai::ParseModel(bytes.data(), bytes.size(), &model);
+  if (check.code != 0) {
+    std::fprintf(stderr, "mirvane-model: %s: refused (%d): %s\n", path, check.code,
+                 check.reason.c_str());
+    return 1;
+  }
+  if (print) {
+    std::fputs(mirvane::sim::ai::DescribeModel(model).c_str(), stdout);
+  } else {
+    std::printf("%s: valid model of %s, %zu bytes\n", path, model.name.c_str(), bytes.size());
+  }
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2) return Usage();
+  const std::string command = argv[1];
+  if (command == "write") return Write(argc - 2, argv + 2);
+  if (command == "print" && argc == 3) return Read(argv[2], true);
+  if (command == "check" && argc == 3) return Read(argv[2], false);
+  return Usage();
+}
