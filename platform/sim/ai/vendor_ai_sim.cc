@@ -292,6 +292,14 @@ using mirvane::sim::ai::Runtime;
 
 extern "C" {
 
+// Fault injection of the platform simulation, when it is linked in (the runtime's own tests run
+// without it): the injected code for this call, or 0.
+int mirvane_sim_fault(const char* call) __attribute__((weak));
+
+static int InjectedFault(const char* call) {
+  return mirvane_sim_fault != nullptr ? mirvane_sim_fault(call) : 0;
+}
+
 void* vendor_ai_cpu1_get_engine(void) {
   return const_cast<int*>(&mirvane::sim::ai::kEngineToken);
 }
@@ -418,6 +426,7 @@ HD_RESULT vendor_ai_net_stop(UINT32 proc_id) {
 }
 
 HD_RESULT vendor_ai_net_proc(UINT32 proc_id) {
+  if (const int fault = InjectedFault("vendor_ai_net_proc")) return static_cast<HD_RESULT>(fault);
   uint32_t delay_ms = 0;
   const HD_RESULT result = mirvane::sim::ai::WithNetwork(proc_id, [&delay_ms](Network& net) {
     const HD_RESULT r = mirvane::sim::ai::Proc(net);
