@@ -1,11 +1,26 @@
 #!/usr/bin/env bash
-# Runs inside the private namespace of demo.sh: the system-daemon stand-in, which starts the
-# daemon, prints what it sends and restarts it when it stops.
+# Runs inside the private namespace of demo.sh: sets up the simulation and the demo rules, then
+# the system-daemon stand-in, which starts the daemon and prints what it sends.
 set -euo pipefail
-build=$1
-seconds=$2
-args=(--restart-command "$build/bin/mirvane" --start --daemon-output /tmp/log/mirvane.out)
-[[ $seconds -gt 0 ]] && args+=(--duration "$seconds")
-mkdir -p /tmp/log
-echo "daemon output: /tmp/log/mirvane.out (inside the run's private /tmp)"
-exec "$build/tools/sysd/mirvane-sysd" "${args[@]}"
+root=$1
+build=$2
+shift 2
+scene=default
+stand_in=(--restart-command "$build/bin/mirvane" --start --max-restarts 0
+  --daemon-output /tmp/log/mirvane.out)
+while [[ $# -gt 0 ]]; do
+  case $1 in
+    --seconds) stand_in+=(--duration "$2"); shift 2 ;;
+    --scene) scene=$2; shift 2 ;;
+    --json) stand_in+=(--json); shift ;;
+    --debug) mkdir -p /tmp/workspace && touch /tmp/workspace/mirvane.debug; shift ;;
+  esac
+done
+mkdir -p /tmp/log /tmp/mirvane-sim
+cat > /tmp/mirvane-sim/sim.json <<JSON
+{"video": {"scene": "$scene", "ground_truth": "/tmp/mirvane-sim/ground_truth.csv"}}
+JSON
+"$build/tools/mirvane-param/mirvane-param" load "$root/scripts/demo-settings.json"
+echo "scene: $scene; daemon log: /tmp/log/mirvane.out; snapshots: /tmp/zarn_ai_snapshot_<id>"
+echo "(all inside this run's private /tmp; change a rule live with tools/mirvane-param)"
+exec "$build/tools/sysd/mirvane-sysd" "${stand_in[@]}"

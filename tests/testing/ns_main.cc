@@ -12,6 +12,8 @@ int main(int argc, char** argv) {
   ::testing::InitGoogleTest(&argc, argv);
   mirvane::hostns::NamespaceOptions options;
   options.keep_paths = {MIRVANE_SOURCE_DIR, MIRVANE_BINARY_DIR};
+  // The daemon's model file, as the build writes it, at its place under /etc.
+  options.etc_binds.emplace_back("tolvern-ai", std::string(MIRVANE_BINARY_DIR) + "/models");
   std::string error;
   if (!mirvane::hostns::EnterPrivateNamespace(options, &error)) {
     std::fprintf(stderr,
