@@ -10,7 +10,9 @@ namespace mirvane {
 namespace eval {
 namespace {
 
-double Ratio(double numerator, double denominator) { return numerator / denominator; }
+double Ratio(double numerator, double denominator) {
+  return numerator / denominator;
+}
 
 // What one true object went through, in the order of its appearances.
 struct ObjectHistory {
@@ -93,7 +95,9 @@ double ClearMot::Mota() const {
                      static_cast<double>(truth_boxes));
 }
 
-double ClearMot::Motp() const { return Ratio(iou_sum, static_cast<double>(matches)); }
+double ClearMot::Motp() const {
+  return Ratio(iou_sum, static_cast<double>(matches));
+}
 
 double ClearMot::Recall() const {
   return Ratio(static_cast<double>(matches), static_cast<double>(truth_boxes));

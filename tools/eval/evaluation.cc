@@ -9,7 +9,7 @@ bool Evaluate(const GroundTruth& truth, const EventLog& events, const Expectatio
   evaluation->options = options;
   RunOptions run_options;
   run_options.class_name = options.class_name;
-  const Run run = AlignRun(truth, events, run_options);
+  const AlignedRun run = AlignRun(truth, events, run_options);
   evaluation->frames = run.frames.size();
   evaluation->truth_frames = run.truth_frames;
   evaluation->reported_frames = run.reported_frames;

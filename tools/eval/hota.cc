@@ -23,11 +23,15 @@ CostMatrix Similarity(const SequenceFrame& frame) {
   return similarity;
 }
 
-double AtLeastOne(double value) { return std::max(1.0, value); }
+double AtLeastOne(double value) {
+  return std::max(1.0, value);
+}
 
 }  // namespace
 
-double HotaAlpha(size_t index) { return 0.05 * static_cast<double>(index + 1); }
+double HotaAlpha(size_t index) {
+  return 0.05 * static_cast<double>(index + 1);
+}
 
 HotaScores ComputeHota(const Sequence& sequence) {
   const IdIndex truth_index = IdIndex::OfTruth(sequence);
@@ -131,7 +135,6 @@ HotaScores ComputeHota(const Sequence& sequence) {
     s.hota = std::sqrt(s.det_a * s.ass_a);
     // No true positives: localisation is vacuously perfect.
     s.loc_a = s.tp > 0 ? iou_sum[a] / tp : 1.0;
-
   }
   HotaParts& mean = scores.mean;
   for (const HotaAtAlpha& s : scores.at_alpha) {

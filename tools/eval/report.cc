@@ -37,8 +37,8 @@ std::string Object(int64_t object) {
 }
 
 std::string DescribeExpectation(const ExpectedTrigger& expected) {
-  std::string text = Printf("%-6s object %s", RuleName(expected.rule),
-                            Object(expected.object).c_str());
+  std::string text =
+      Printf("%-6s object %s", RuleName(expected.rule), Object(expected.object).c_str());
   if (expected.rule == RuleKind::kFence) text += Printf(" direction %d", expected.direction);
   return text + Printf(" at %.2f s", expected.time);
 }
@@ -71,31 +71,32 @@ void AppendRules(const RuleAccuracy& rules, std::string* out) {
 }
 
 // JSON number, or null when undefined.
-json_t* Number(double value) { return std::isfinite(value) ? json_real(value) : json_null(); }
-json_t* Integer(int64_t value) { return json_integer(static_cast<json_int_t>(value)); }
+json_t* Number(double value) {
+  return std::isfinite(value) ? json_real(value) : json_null();
+}
+json_t* Integer(int64_t value) {
+  return json_integer(static_cast<json_int_t>(value));
+}
 
 json_t* ClearJson(const ClearMot& c) {
-  return json_pack("{s:o,s:o,s:o,s:o,s:I,s:I,s:I,s:I,s:I,s:I,s:I,s:I,s:I,s:I,s:I,s:I}",
-                   "mota", Number(c.Mota()), "motp", Number(c.Motp()), "recall",
-                   Number(c.Recall()), "precision", Number(c.Precision()), "matches",
-                   static_cast<json_int_t>(c.matches), "misses", static_cast<json_int_t>(c.misses),
-                   "false_positives", static_cast<json_int_t>(c.false_positives), "switches",
-                   static_cast<json_int_t>(c.switches), "fragmentations",
-                   static_cast<json_int_t>(c.fragmentations), "mostly_tracked",
-                   static_cast<json_int_t>(c.mostly_tracked), "partially_tracked",
-                   static_cast<json_int_t>(c.partially_tracked), "mostly_lost",
-                   static_cast<json_int_t>(c.mostly_lost), "truth_boxes",
-                   static_cast<json_int_t>(c.truth_boxes), "hypothesis_boxes",
-                   static_cast<json_int_t>(c.hypothesis_boxes), "objects",
-                   static_cast<json_int_t>(c.truth_ids), "tracks",
-                   static_cast<json_int_t>(c.hypothesis_ids));
+  return json_pack(
+      "{s:o,s:o,s:o,s:o,s:I,s:I,s:I,s:I,s:I,s:I,s:I,s:I,s:I,s:I,s:I,s:I}", "mota", Number(c.Mota()),
+      "motp", Number(c.Motp()), "recall", Number(c.Recall()), "precision", Number(c.Precision()),
+      "matches", static_cast<json_int_t>(c.matches), "misses", static_cast<json_int_t>(c.misses),
+      "false_positives", static_cast<json_int_t>(c.false_positives), "switches",
+      static_cast<json_int_t>(c.switches), "fragmentations",
+      static_cast<json_int_t>(c.fragmentations), "mostly_tracked",
+      static_cast<json_int_t>(c.mostly_tracked), "partially_tracked",
+      static_cast<json_int_t>(c.partially_tracked), "mostly_lost",
+      static_cast<json_int_t>(c.mostly_lost), "truth_boxes", static_cast<json_int_t>(c.truth_boxes),
+      "hypothesis_boxes", static_cast<json_int_t>(c.hypothesis_boxes), "objects",
+      static_cast<json_int_t>(c.truth_ids), "tracks", static_cast<json_int_t>(c.hypothesis_ids));
 }
 
 json_t* IdentityJson(const IdentityScores& s) {
-  return json_pack("{s:o,s:o,s:o,s:I,s:I,s:I}", "idf1", Number(s.Idf1()), "idp",
-                   Number(s.Idp()), "idr", Number(s.Idr()), "idtp",
-                   static_cast<json_int_t>(s.idtp), "idfp", static_cast<json_int_t>(s.idfp),
-                   "idfn", static_cast<json_int_t>(s.idfn));
+  return json_pack("{s:o,s:o,s:o,s:I,s:I,s:I}", "idf1", Number(s.Idf1()), "idp", Number(s.Idp()),
+                   "idr", Number(s.Idr()), "idtp", static_cast<json_int_t>(s.idtp), "idfp",
+                   static_cast<json_int_t>(s.idfp), "idfn", static_cast<json_int_t>(s.idfn));
 }
 
 json_t* HotaPartsJson(const HotaParts& p) {
@@ -134,19 +135,19 @@ json_t* RulesJson(const RuleAccuracy& rules) {
   json_t* result = json_object();
   for (RuleKind rule : {RuleKind::kRegion, RuleKind::kFence}) {
     const RuleTally& t = rule == RuleKind::kRegion ? rules.region : rules.fence;
-    json_object_set_new(result, RuleName(rule),
-                        json_pack("{s:I,s:I,s:I,s:I,s:o,s:o}", "expected",
-                                  static_cast<json_int_t>(t.expected), "found",
-                                  static_cast<json_int_t>(t.found), "missed",
-                                  static_cast<json_int_t>(t.missed), "false",
-                                  static_cast<json_int_t>(t.false_triggers), "mean_delay",
-                                  Number(t.mean_delay), "max_delay", Number(t.max_delay)));
+    json_object_set_new(
+        result, RuleName(rule),
+        json_pack("{s:I,s:I,s:I,s:I,s:o,s:o}", "expected", static_cast<json_int_t>(t.expected),
+                  "found", static_cast<json_int_t>(t.found), "missed",
+                  static_cast<json_int_t>(t.missed), "false",
+                  static_cast<json_int_t>(t.false_triggers), "mean_delay", Number(t.mean_delay),
+                  "max_delay", Number(t.max_delay)));
   }
   json_t* expected = json_array();
   for (const ExpectationOutcome& o : rules.outcomes) {
     json_t* item = json_pack("{s:s,s:I,s:f,s:b}", "rule", RuleName(o.expected.rule), "object",
-                             static_cast<json_int_t>(o.expected.object), "time",
-                             o.expected.time, "found", o.found);
+                             static_cast<json_int_t>(o.expected.object), "time", o.expected.time,
+                             "found", o.found);
     if (o.expected.rule == RuleKind::kFence) {
       json_object_set_new(item, "direction", json_integer(o.expected.direction));
     }
@@ -185,15 +186,15 @@ std::string FormatText(const Evaluation& e) {
   out += Printf("CLEAR MOT (IoU >= %.2f)\n", e.options.iou_threshold);
   out += Printf("  MOTA %7s   MOTP %7s   recall %7s   precision %7s\n", Ratio(c.Mota()).c_str(),
                 Ratio(c.Motp()).c_str(), Ratio(c.Recall()).c_str(), Ratio(c.Precision()).c_str());
-  out += Printf("  matches %lld   misses %lld   false positives %lld   ID switches %lld   "
-                "fragmentations %lld\n",
-                static_cast<long long>(c.matches), static_cast<long long>(c.misses),
-                static_cast<long long>(c.false_positives), static_cast<long long>(c.switches),
-                static_cast<long long>(c.fragmentations));
+  out += Printf(
+      "  matches %lld   misses %lld   false positives %lld   ID switches %lld   "
+      "fragmentations %lld\n",
+      static_cast<long long>(c.matches), static_cast<long long>(c.misses),
+      static_cast<long long>(c.false_positives), static_cast<long long>(c.switches),
+      static_cast<long long>(c.fragmentations));
   out += Printf("  mostly tracked %lld   partially tracked %lld   mostly lost %lld\n",
                 static_cast<long long>(c.mostly_tracked),
-                static_cast<long long>(c.partially_tracked),
-                static_cast<long long>(c.mostly_lost));
+                static_cast<long long>(c.partially_tracked), static_cast<long long>(c.mostly_lost));
   out += Printf("Identity (IoU >= %.2f)\n", e.options.iou_threshold);
   out += Printf("  IDF1 %7s   IDP  %7s   IDR    %7s   (IDTP %lld, IDFP %lld, IDFN %lld)\n",
                 Ratio(i.Idf1()).c_str(), Ratio(i.Idp()).c_str(), Ratio(i.Idr()).c_str(),
@@ -202,9 +203,8 @@ std::string FormatText(const Evaluation& e) {
   out += "HOTA (mean over alpha 0.05 .. 0.95)\n";
   out += Printf("  HOTA %7s   DetA %7s   AssA   %7s   LocA      %7s\n", Ratio(h.hota).c_str(),
                 Ratio(h.det_a).c_str(), Ratio(h.ass_a).c_str(), Ratio(h.loc_a).c_str());
-  out += Printf("  DetRe %6s   DetPr %6s   AssRe  %7s   AssPr     %7s\n",
-                Ratio(h.det_re).c_str(), Ratio(h.det_pr).c_str(), Ratio(h.ass_re).c_str(),
-                Ratio(h.ass_pr).c_str());
+  out += Printf("  DetRe %6s   DetPr %6s   AssRe  %7s   AssPr     %7s\n", Ratio(h.det_re).c_str(),
+                Ratio(h.det_pr).c_str(), Ratio(h.ass_re).c_str(), Ratio(h.ass_pr).c_str());
   if (e.has_rules) AppendRules(e.rules, &out);
   return out;
 }
@@ -212,16 +212,15 @@ std::string FormatText(const Evaluation& e) {
 std::string FormatJson(const Evaluation& e) {
   JsonRef root(json_object());
   json_object_set_new(root.get(), "frames",
-                      json_pack("{s:I,s:I,s:I,s:I,s:I}", "total",
-                                static_cast<json_int_t>(e.frames), "truth",
-                                static_cast<json_int_t>(e.truth_frames), "reported",
+                      json_pack("{s:I,s:I,s:I,s:I,s:I}", "total", static_cast<json_int_t>(e.frames),
+                                "truth", static_cast<json_int_t>(e.truth_frames), "reported",
                                 static_cast<json_int_t>(e.reported_frames), "both",
                                 static_cast<json_int_t>(e.matched_frames), "unknown",
                                 static_cast<json_int_t>(e.unknown_frames)));
   json_object_set_new(root.get(), "iou_threshold", json_real(e.options.iou_threshold));
-  json_object_set_new(root.get(), "class", e.options.class_name.empty()
-                                               ? json_null()
-                                               : json_string(e.options.class_name.c_str()));
+  json_object_set_new(
+      root.get(), "class",
+      e.options.class_name.empty() ? json_null() : json_string(e.options.class_name.c_str()));
   json_object_set_new(root.get(), "clear", ClearJson(e.clear));
   json_object_set_new(root.get(), "identity", IdentityJson(e.identity));
   json_object_set_new(root.get(), "hota", HotaJson(e.hota));

@@ -49,7 +49,7 @@ bool ReadExpectation(const json_t* item, RuleKind rule, ExpectedTrigger* expecte
 }
 
 // The run frame of the scene's frame index, or the index over the rate; NaN when neither.
-double TimeOfFrame(const Run& run, int64_t frame) {
+double TimeOfFrame(const AlignedRun& run, int64_t frame) {
   for (const RunFrame& f : run.frames) {
     if (f.in_truth && f.frame == frame) return f.time;
   }
@@ -59,7 +59,7 @@ double TimeOfFrame(const Run& run, int64_t frame) {
 
 // For each track, the true object it is matched with in most frames (the first such on ties).
 std::unordered_map<int64_t, int64_t> UsualObjects(
-    const Run& run, const std::vector<FrameCorrespondence>& correspondence) {
+    const AlignedRun& run, const std::vector<FrameCorrespondence>& correspondence) {
   std::map<std::pair<int64_t, int64_t>, int64_t> counts;  // (track, object) -> frames
   for (size_t f = 0; f < run.frames.size() && f < correspondence.size(); ++f) {
     for (const FrameMatch& m : correspondence[f].matches) {
@@ -80,7 +80,7 @@ std::unordered_map<int64_t, int64_t> UsualObjects(
 }
 
 // The true object matched with reported object `index` of frame f, else the track's usual one.
-int64_t OwnerOf(const Run& run, const std::vector<FrameCorrespondence>& correspondence,
+int64_t OwnerOf(const AlignedRun& run, const std::vector<FrameCorrespondence>& correspondence,
                 const std::unordered_map<int64_t, int64_t>& usual, size_t f, size_t index) {
   if (f < correspondence.size()) {
     for (const FrameMatch& m : correspondence[f].matches) {
@@ -123,13 +123,15 @@ std::string WhyFalse(const ReportedTrigger& trigger, const std::vector<Expectati
     expected = true;
     if (outcome.found && outcome.trigger.time <= trigger.time) return "repeated";
   }
-  if (!expected) return "object " + std::to_string(trigger.object) + " is not expected to";
+  if (!expected) return "object " + std::to_string(trigger.object) + " has no such expectation";
   return "outside the expected window";
 }
 
 }  // namespace
 
-const char* RuleName(RuleKind rule) { return rule == RuleKind::kRegion ? "region" : "fence"; }
+const char* RuleName(RuleKind rule) {
+  return rule == RuleKind::kRegion ? "region" : "fence";
+}
 
 bool ParseExpectations(const std::string& text, Expectations* expectations, std::string* error) {
   *expectations = Expectations();
@@ -168,7 +170,7 @@ bool ParseExpectations(const std::string& text, Expectations* expectations, std:
 }
 
 std::vector<ReportedTrigger> CollectTriggers(
-    const Run& run, const std::vector<FrameCorrespondence>& correspondence) {
+    const AlignedRun& run, const std::vector<FrameCorrespondence>& correspondence) {
   const std::unordered_map<int64_t, int64_t> usual = UsualObjects(run, correspondence);
   std::unordered_map<int64_t, bool> region_on;  // track -> flagged in its latest report
   std::vector<ReportedTrigger> triggers;
@@ -200,15 +202,15 @@ std::vector<ReportedTrigger> CollectTriggers(
   return triggers;
 }
 
-bool EvaluateRules(const Run& run, const std::vector<FrameCorrespondence>& correspondence,
+bool EvaluateRules(const AlignedRun& run, const std::vector<FrameCorrespondence>& correspondence,
                    const Expectations& expectations, RuleAccuracy* accuracy, std::string* error) {
   *accuracy = RuleAccuracy();
   for (ExpectedTrigger expected : expectations.triggers) {
     if (std::isnan(expected.time)) expected.time = TimeOfFrame(run, expected.frame);
     if (std::isnan(expected.time)) {
       *error = std::string("the ") + RuleName(expected.rule) + " expectation for object " +
-               std::to_string(expected.object) + " names frame " +
-               std::to_string(expected.frame) + ", which the ground truth does not list";
+               std::to_string(expected.object) + " names frame " + std::to_string(expected.frame) +
+               ", which the ground truth does not list";
       return false;
     }
     ExpectationOutcome outcome;
@@ -241,8 +243,8 @@ bool EvaluateRules(const Run& run, const std::vector<FrameCorrespondence>& corre
     }
   }
   for (size_t k = 0; k < triggers.size(); ++k) {
-    if (!taken[k]) accuracy->false_triggers.push_back({triggers[k], WhyFalse(triggers[k],
-                                                                             accuracy->outcomes)});
+    if (!taken[k])
+      accuracy->false_triggers.push_back({triggers[k], WhyFalse(triggers[k], accuracy->outcomes)});
   }
   Tally(accuracy->outcomes, accuracy->false_triggers, RuleKind::kRegion, &accuracy->region);
   Tally(accuracy->outcomes, accuracy->false_triggers, RuleKind::kFence, &accuracy->fence);

@@ -39,7 +39,7 @@ const char* RuleName(RuleKind rule);  // "region", "fence"
 struct ExpectedTrigger {
   RuleKind rule = RuleKind::kRegion;
   int64_t object = 0;
-  int direction = 0;  // fence crossings: 1 or 2
+  int direction = 0;                                       // fence crossings: 1 or 2
   double time = std::numeric_limits<double>::quiet_NaN();  // seconds into the scene
   int64_t frame = -1;  // or the scene's frame index, when time is NaN
 };
@@ -71,7 +71,7 @@ struct ReportedTrigger {
 };
 
 std::vector<ReportedTrigger> CollectTriggers(
-    const Run& run, const std::vector<FrameCorrespondence>& correspondence);
+    const AlignedRun& run, const std::vector<FrameCorrespondence>& correspondence);
 
 struct ExpectationOutcome {
   ExpectedTrigger expected;  // with its time resolved
@@ -102,7 +102,7 @@ struct RuleAccuracy {
 };
 
 // False with a reason when an expectation names a frame the run cannot place in time.
-bool EvaluateRules(const Run& run, const std::vector<FrameCorrespondence>& correspondence,
+bool EvaluateRules(const AlignedRun& run, const std::vector<FrameCorrespondence>& correspondence,
                    const Expectations& expectations, RuleAccuracy* accuracy, std::string* error);
 
 }  // namespace eval

@@ -35,14 +35,15 @@ void FillUnlistedTimes(std::vector<RunFrame>* frames) {
       frame.time = static_cast<double>(frame.timestamp - frames->front().timestamp) / 1e6;
       continue;
     }
-    frame.time = anchor->time + (static_cast<double>(frame.timestamp) -
-                                 static_cast<double>(anchor->timestamp)) / 1e6;
+    frame.time =
+        anchor->time +
+        (static_cast<double>(frame.timestamp) - static_cast<double>(anchor->timestamp)) / 1e6;
   }
 }
 
 }  // namespace
 
-Run AlignRun(const GroundTruth& truth, const EventLog& events, const RunOptions& options) {
+AlignedRun AlignRun(const GroundTruth& truth, const EventLog& events, const RunOptions& options) {
   std::map<uint64_t, RunFrame> frames;
   for (const TruthFrame& t : truth.frames) {
     RunFrame& frame = frames[t.timestamp];
@@ -52,7 +53,7 @@ Run AlignRun(const GroundTruth& truth, const EventLog& events, const RunOptions&
     frame.in_truth = true;
     frame.truth.insert(frame.truth.end(), t.objects.begin(), t.objects.end());
   }
-  Run run;
+  AlignedRun run;
   run.truth_frames = truth.frames.size();
   run.fps = truth.fps;
   for (const ReportedFrame& r : events.frames) {
@@ -77,7 +78,7 @@ Run AlignRun(const GroundTruth& truth, const EventLog& events, const RunOptions&
   return run;
 }
 
-Sequence ToSequence(const Run& run) {
+Sequence ToSequence(const AlignedRun& run) {
   Sequence sequence(run.frames.size());
   for (size_t f = 0; f < run.frames.size(); ++f) {
     for (const TruthObject& t : run.frames[f].truth) {

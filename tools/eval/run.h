@@ -28,7 +28,7 @@ struct RunFrame {
   std::vector<ReportedObject> reported_objects;
 };
 
-struct Run {
+struct AlignedRun {
   std::vector<RunFrame> frames;  // by timestamp
   size_t truth_frames = 0;
   size_t reported_frames = 0;
@@ -43,11 +43,11 @@ struct RunOptions {
   std::string class_name;  // only objects of this class on both sides; empty for all
 };
 
-Run AlignRun(const GroundTruth& truth, const EventLog& events, const RunOptions& options);
+AlignedRun AlignRun(const GroundTruth& truth, const EventLog& events, const RunOptions& options);
 
 // The boxes and identities of a run for the tracking metrics, frame for frame and in the same
 // order of objects (index i of a frame's truth is truth object i of the run frame).
-Sequence ToSequence(const Run& run);
+Sequence ToSequence(const AlignedRun& run);
 
 }  // namespace eval
 }  // namespace mirvane

@@ -215,10 +215,9 @@ bool SimulationCsvTruthReader::Read(const std::string& text, GroundTruth* truth,
     TruthObject object;
     object.id = value["object_id"];
     object.class_name = ClassNameOfId(value["class_id"]);
-    object.box = Box{static_cast<double>(value["x0"]) / width,
-                     static_cast<double>(value["y0"]) / height,
-                     static_cast<double>(value["x1"]) / width,
-                     static_cast<double>(value["y1"]) / height};
+    object.box =
+        Box{static_cast<double>(value["x0"]) / width, static_cast<double>(value["y0"]) / height,
+            static_cast<double>(value["x1"]) / width, static_cast<double>(value["y1"]) / height};
     frame.objects.push_back(object);
     AddFrame(std::move(frame), &frames);
     return true;
