@@ -54,7 +54,8 @@ struct ClearMot {
 
   // 1 - (misses + false positives + switches) / truth boxes.
   double Mota() const;
-  // Mean IoU of the matched pairs (1 for perfect boxes).
+  // Mean IoU of the matched pairs (1 for perfect boxes; toolkits that match on the distance
+  // 1 - IoU report one minus this).
   double Motp() const;
   double Recall() const;     // matches / truth boxes
   double Precision() const;  // matches / hypothesis boxes
