@@ -1,0 +1,104 @@
+// mirvane-eval: scores one run of the daemon against its scene's ground truth.
+//   mirvane-eval --truth FILE --events FILE [--expect FILE] [--class NAME] [--iou X] [--json]
+// Exit status: 0 done, 1 an input could not be read, 2 bad command line.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "evaluation.h"
+#include "json_input.h"
+
+namespace {
+
+constexpr const char* kUsage =
+    "usage: mirvane-eval --truth FILE --events FILE [--expect FILE] [--class NAME] [--iou X]"
+    " [--json]\n"
+    "  --truth   the scene's ground truth: JSON lines or the simulation's CSV\n"
+    "  --events  the stand-in's output with --json (mirvane-sysd --json)\n"
+    "  --expect  the expected rule triggers (JSON); adds rule accuracy\n"
+    "  --class   score only objects of this class (person, vehicle, other, vehicle2)\n"
+    "  --iou     matching threshold of CLEAR MOT and identity metrics (default 0.5)\n"
+    "  --json    print JSON instead of the table\n";
+
+struct Arguments {
+  std::string truth;
+  std::string events;
+  std::string expect;
+  bool json = false;
+  mirvane::eval::EvaluationOptions options;
+};
+
+bool ParseArguments(int argc, char** argv, Arguments* args) {
+  for (int i = 1; i < argc; ++i) {
+    const std::string flag = argv[i];
+    if (flag == "--json") {
+      args->json = true;
+      continue;
+    }
+    if (i + 1 >= argc) return false;
+    const std::string value = argv[++i];
+    if (flag == "--truth") {
+      args->truth = value;
+    } else if (flag == "--events") {
+      args->events = value;
+    } else if (flag == "--expect") {
+      args->expect = value;
+    } else if (flag == "--class") {
+      args->options.class_name = value;
+    } else if (flag == "--iou") {
+      char* end = nullptr;
+      args->options.iou_threshold = std::strtod(value.c_str(), &end);
+      if (*end != '\0' || !(args->options.iou_threshold > 0.0) ||
+          args->options.iou_threshold > 1.0) {
+        return false;
+      }
+    } else {
+      return false;
+    }
+  }
+  return !args->truth.empty() && !args->events.empty();
+}
+
+int Fail(const std::string& what, const std::string& error) {
+  std::fprintf(stderr, "mirvane-eval: %s: %s\n", what.c_str(), error.c_str());
+  return 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  using namespace mirvane::eval;
+  Arguments args;
+  if (!ParseArguments(argc, argv, &args)) {
+    std::fputs(kUsage, stderr);
+    return 2;
+  }
+  std::string text;
+  std::string error;
+  GroundTruth truth;
+  if (!ReadTextFile(args.truth, &text, &error) ||
+      !TruthReaderFor(text)->Read(text, &truth, &error)) {
+    return Fail(args.truth, error);
+  }
+  EventLog events;
+  if (!ReadTextFile(args.events, &text, &error) || !ParseEventLines(text, &events, &error)) {
+    return Fail(args.events, error);
+  }
+  std::unique_ptr<Expectations> expectations;
+  if (!args.expect.empty()) {
+    expectations = std::make_unique<Expectations>();
+    if (!ReadTextFile(args.expect, &text, &error) ||
+        !ParseExpectations(text, expectations.get(), &error)) {
+      return Fail(args.expect, error);
+    }
+  }
+  Evaluation evaluation;
+  if (!Evaluate(truth, events, expectations.get(), args.options, &evaluation, &error)) {
+    return Fail(args.expect, error);
+  }
+  const std::string out = args.json ? FormatJson(evaluation) : FormatText(evaluation);
+  std::fputs(out.c_str(), stdout);
+  return 0;
+}
