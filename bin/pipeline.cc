@@ -56,8 +56,8 @@ void RunModelPipeline() {
         g_reload_config.store(0);  // first: a change during the reload reloads again
         thresholds.ReloadFromPgo();
         {
-          auto fresh = std::make_unique<dva::ObjDetectTracker>(NanoTrack::kClassCount,
-                                                               thresholds.tracking);
+          auto fresh =
+              std::make_unique<dva::ObjDetectTracker>(NanoTrack::kClassCount, thresholds.tracking);
           tracker.swap(fresh);
         }
         results.Reload();
@@ -82,9 +82,9 @@ void RunModelPipeline() {
       const VENDOR_AI_BUF buffer = image->buffer;
       const DetectionsPerClass detections = model.Run(buffer);
       if (IsLogLevelEnabled(kLogDebug)) DebugLog(detections);
-      const TrackResult tracked = tracker->Update(detections, static_cast<int>(buffer.width),
-                                                  static_cast<int>(buffer.height),
-                                                  image->timestamp);
+      const TrackResult tracked =
+          tracker->Update(detections, static_cast<int>(buffer.width),
+                          static_cast<int>(buffer.height), image->timestamp);
       results.Process(tracked, buffer, image->timestamp);
       ++frames;
       if (frames % kFrameLogPeriod == 0) {

@@ -16,8 +16,8 @@ void ResultStage::Reload() {
   }
 }
 
-std::vector<EventObject> ResultStage::Process(const TrackResult& result,
-                                              const VENDOR_AI_BUF& frame, uint64_t timestamp) {
+std::vector<EventObject> ResultStage::Process(const TrackResult& result, const VENDOR_AI_BUF& frame,
+                                              uint64_t timestamp) {
   const std::vector<std::vector<bool>> pv = people_vehicle_->Apply(result);
   const std::vector<std::vector<uint8_t>> intrusion = intrusion_->Apply(result);
   std::vector<EventObject> events = Convert(cache_, result, pv, intrusion, frame);

@@ -114,8 +114,8 @@ void NanoTrack::PrepareInput(const VENDOR_AI_BUF& source) {
 }
 
 void NanoTrack::Set(uint32_t path_id, VENDOR_AI_BUF* buffer) {
-  const int r = vendor_ai_net_set(runner_.proc_id(), static_cast<VENDOR_AI_NET_PARAM_ID>(path_id),
-                                  buffer);
+  const int r =
+      vendor_ai_net_set(runner_.proc_id(), static_cast<VENDOR_AI_NET_PARAM_ID>(path_id), buffer);
   if (r != 0) {
     throw InferenceError("Set " + std::to_string(path_id) + " fail: " + std::to_string(r));
   }
@@ -129,8 +129,8 @@ void NanoTrack::Proc() {
 Tensor NanoTrack::Get(uint32_t path_id) {
   VENDOR_AI_BUF record;
   std::memset(&record, 0, sizeof(record));
-  int r = vendor_ai_net_get(runner_.proc_id(), static_cast<VENDOR_AI_NET_PARAM_ID>(path_id),
-                            &record);
+  int r =
+      vendor_ai_net_get(runner_.proc_id(), static_cast<VENDOR_AI_NET_PARAM_ID>(path_id), &record);
   if (r != 0) {
     throw InferenceError("Get " + std::to_string(path_id) + " fail: " + std::to_string(r));
   }
@@ -169,8 +169,8 @@ DetectionsPerClass NanoTrack::Run(VENDOR_AI_BUF source) {
       outputs.trackings[s] = tensors[6 + s].view();
     }
     CheckShapes(outputs);
-    DetectionsPerClass detections = Decode(params_, outputs, static_cast<int>(source.width),
-                                           static_cast<int>(source.height));
+    DetectionsPerClass detections =
+        Decode(params_, outputs, static_cast<int>(source.width), static_cast<int>(source.height));
     current_ = previous;
     return detections;
   } catch (const std::exception& e) {

@@ -41,8 +41,7 @@ struct LetterboxSize {
 
 // The size a source w x h takes inside target_w x target_h with its aspect kept; throws
 // std::runtime_error when a side comes out as zero.
-LetterboxSize Letterbox(uint32_t source_w, uint32_t source_h, uint32_t target_w,
-                        uint32_t target_h);
+LetterboxSize Letterbox(uint32_t source_w, uint32_t source_h, uint32_t target_w, uint32_t target_h);
 
 class NanoTrack {
  public:

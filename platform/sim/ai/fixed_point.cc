@@ -38,11 +38,24 @@ bool DecodeFixedFormat(uint32_t format, FixedFormat* out) {
   const uint32_t base = format & 0xffff0000u;
   FixedFormat f;
   switch (base) {
-    case 0xa1080000u: f.bits = 8; f.is_signed = true; break;
-    case 0xa2080000u: f.bits = 8; f.is_signed = false; break;
-    case 0xa1100000u: f.bits = 16; f.is_signed = true; break;
-    case 0xa2100000u: f.bits = 16; f.is_signed = false; break;
-    default: return false;
+    case 0xa1080000u:
+      f.bits = 8;
+      f.is_signed = true;
+      break;
+    case 0xa2080000u:
+      f.bits = 8;
+      f.is_signed = false;
+      break;
+    case 0xa1100000u:
+      f.bits = 16;
+      f.is_signed = true;
+      break;
+    case 0xa2100000u:
+      f.bits = 16;
+      f.is_signed = false;
+      break;
+    default:
+      return false;
   }
   f.fraction = format & 0xffu;
   *out = f;
