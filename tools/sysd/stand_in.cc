@@ -84,7 +84,8 @@ class StandIn {
   // Returns false when the client had to be dropped.
   bool Handle(Client* client, const Message& message);
   std::string Answer(const Message& message, std::string* detail);
-  void CloseClient(Client* client, const std::string& drop_reason);
+  // Takes the reason by value: it may live in the client that is closed.
+  void CloseClient(Client* client, std::string drop_reason);
   void Supervise();
   void StartDaemon();
   void Stop(const std::string& why);
@@ -285,7 +286,7 @@ std::string StandIn::Answer(const Message& m, std::string* detail) {
   return std::string();
 }
 
-void StandIn::CloseClient(Client* client, const std::string& drop_reason) {
+void StandIn::CloseClient(Client* client, std::string drop_reason) {
   const int fd = client->watcher.fd;
   const int id = client->id;
   const bool heartbeat = client->carried_heartbeat;
