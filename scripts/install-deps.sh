@@ -21,8 +21,9 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   valgrind util-linux
 )
-# The target libraries of the cross builds: the same packages for the foreign architecture. The
-# multiarch C and C++ runtimes are what the tests run on under qemu-user.
+# The target libraries of the cross builds: the same packages for the foreign architecture (a
+# library that the daemon or its tests link belongs here as well as above). The multiarch C and C++
+# runtimes are what the tests run on under qemu-user.
 target_packages=(libc6 libstdc++6 libev-dev libjansson-dev libyuv-dev libturbojpeg0-dev libgtest-dev
   libgmock-dev)
 foreign_arches=()

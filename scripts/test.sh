@@ -4,7 +4,7 @@
 #   native   build/          the whole suite (and the benchmarks compile)
 #   asan     build-asan/     the whole suite with AddressSanitizer and UndefinedBehaviorSanitizer
 #   armhf    build-armhf/    cross-built for the camera's 32-bit ARM, the whole suite under qemu-user
-#   aarch64  build-aarch64/  cross-built for 64-bit ARM, compiled only
+#   aarch64  build-aarch64/  cross-built for 64-bit ARM, the daemon and its tools compiled only
 #   tsan     build-tsan/     ThreadSanitizer, the suites that start the daemon's threads (tests/bin)
 #
 # Each configuration is configured and built once, into its own directory, through ccache.
@@ -49,8 +49,12 @@ else
   "$root/scripts/install-deps.sh"
 fi
 
+# ccache, with paths taken relative to the checkout so that another clone (CI's) hits the cache.
 launcher=()
-command -v ccache >/dev/null && launcher=(-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+if command -v ccache >/dev/null; then
+  launcher=(-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+  export CCACHE_BASEDIR=${CCACHE_BASEDIR:-$root} CCACHE_NOHASHDIR=${CCACHE_NOHASHDIR:-1}
+fi
 
 build_dir() {
   case $1 in
@@ -109,8 +113,9 @@ run_config() {
         run_tests "$dir"
       ;;
     aarch64)
+      # The daemon, its libraries and tools; the tests compile for a 64-bit target natively.
       configure "$dir" -DCMAKE_TOOLCHAIN_FILE="$root/cmake/toolchains/aarch64.cmake" \
-        -DMIRVANE_BUILD_BENCH=OFF &&
+        -DMIRVANE_BUILD_BENCH=OFF -DMIRVANE_BUILD_TESTS=OFF &&
         cmake --build "$dir" -j "$jobs"
       ;;
     tsan)
