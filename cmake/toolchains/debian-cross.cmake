@@ -16,7 +16,8 @@ set(CMAKE_CXX_COMPILER ${MIRVANE_CROSS_TRIPLET}-g++)
 set(ENV{PKG_CONFIG_LIBDIR} /usr/lib/${MIRVANE_CROSS_TRIPLET}/pkgconfig:/usr/share/pkgconfig)
 set(ENV{PKG_CONFIG_PATH} "")
 
-# Libraries and packages of the target only; programs (qemu, pkg-config) of the host.
+# Programs (qemu, pkg-config) are the host's; libraries and CMake packages are searched in the
+# target's multiarch directories (CMAKE_LIBRARY_ARCHITECTURE), not in the host's.
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 
 find_program(MIRVANE_CROSS_QEMU_PROGRAM ${MIRVANE_CROSS_QEMU})
