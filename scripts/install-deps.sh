@@ -64,16 +64,20 @@ for arch in "${foreign_arches[@]}"; do
 done
 echo "install-deps: installing ${missing[*]}"
 # With foreign architectures configured, update can report failures of unrelated lists while the
-# packages still install: judge by what is installed afterwards, not by apt's exit code.
-"${sudo[@]}" apt-get update -qq || true
-"${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
-  "${missing[@]}" || true
-
-still=()
-for p in "${missing[@]}"; do
-  installed "$p" || still+=("$p")
+# packages still install (a mirror's foreign index out of sync): judge by what is installed
+# afterwards, not by apt's exit codes, and try again a little later while something is missing.
+still=("${missing[@]}")
+for attempt in 1 2 3; do
+  [[ $attempt -gt 1 ]] && { echo "install-deps: still missing ${still[*]}; retrying" >&2; sleep 15; }
+  "${sudo[@]}" apt-get update -qq || true
+  "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
+    "${still[@]}" || true
+  left=()
+  for p in "${still[@]}"; do
+    installed "$p" || left+=("$p")
+  done
+  still=("${left[@]}")
+  [[ ${#still[@]} -eq 0 ]] && exit 0
 done
-if [[ ${#still[@]} -ne 0 ]]; then
-  echo "install-deps: could not install: ${still[*]}" >&2
-  exit 1
-fi
+echo "install-deps: could not install: ${still[*]}" >&2
+exit 1
