@@ -3,8 +3,7 @@
 // The daemon uses fixed paths ("/tmp/ipc-system", "/tmp/log/", "/tmp/mirvane_blkid",
 // "/etc/tolvern-ai/..."). To run it on a PC without root, without touching the machine's real
 // /tmp and /etc, and side by side with other runs, the calling process enters a new user and mount
-// namespace (or, as root without user namespaces, or already root in a user namespace but
-// multithreaded, as under a user-mode emulator, a mount namespace only) and mounts:
+// namespace (or, as root without user namespaces, a mount namespace only) and mounts:
 //   - a fresh tmpfs on /tmp, into which chosen paths of the real /tmp (a build tree that happens to
 //     live there) are bound back at their own paths;
 //   - optionally, an overlay on /etc whose changes live in the private /tmp, so that directories
