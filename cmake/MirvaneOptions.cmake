@@ -15,6 +15,12 @@ endif()
 find_package(Threads REQUIRED)
 target_link_libraries(mirvane_options INTERFACE Threads::Threads)
 
+# A cross build runs its tests under the toolchain's emulator (qemu-user), through a wrapper that
+# gives them a user namespace when the caller is not root (see cmake/run-emulated-test.sh).
+if(CMAKE_CROSSCOMPILING AND CMAKE_CROSSCOMPILING_EMULATOR)
+  set(MIRVANE_TEST_EMULATOR ${CMAKE_CURRENT_LIST_DIR}/run-emulated-test.sh ${CMAKE_CROSSCOMPILING_EMULATOR})
+endif()
+
 # mirvane_add_test(NAME name SOURCES ... LIBS ...): one GoogleTest executable, registered with CTest
 # test by test. Executables that touch /tmp link mirvane_test_ns_main, which runs them in a private
 # mount namespace with a /tmp of their own.
@@ -22,6 +28,9 @@ function(mirvane_add_test)
   cmake_parse_arguments(T "" "NAME;TIMEOUT" "SOURCES;LIBS" ${ARGN})
   add_executable(${T_NAME} ${T_SOURCES})
   target_link_libraries(${T_NAME} PRIVATE mirvane_options ${T_LIBS})
+  if(MIRVANE_TEST_EMULATOR)
+    set_target_properties(${T_NAME} PROPERTIES CROSSCOMPILING_EMULATOR "${MIRVANE_TEST_EMULATOR}")
+  endif()
   if(NOT T_TIMEOUT)
     set(T_TIMEOUT 120)
   endif()

@@ -1,8 +1,162 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds, and runs the whole test suite.
+# Installs what is missing, then builds and tests mirvane in every configuration CI checks:
+#
+#   native   build/          the whole suite (and the benchmarks compile)
+#   asan     build-asan/     the whole suite with AddressSanitizer and UndefinedBehaviorSanitizer
+#   armhf    build-armhf/    cross-built for the camera's 32-bit ARM, the whole suite under qemu-user
+#   aarch64  build-aarch64/  cross-built for 64-bit ARM, the daemon and its tools compiled only
+#   tsan     build-tsan/     ThreadSanitizer, the suites that start the daemon's threads (tests/bin)
+#
+# Each configuration is configured and built once, into its own directory, through ccache.
+# Files that tests leave in <build>/artifacts/ (wire bytes, snapshots) must come out byte for byte
+# the same from the native and the armhf run.
+#
+#   scripts/test.sh                 all of the above (what CI runs)
+#   scripts/test.sh --quick         the native configuration only
+#   scripts/test.sh CONFIG...       the named configurations only
+#
+# MIRVANE_BUILD_DIR moves the native build; MIRVANE_JOBS sets the parallelism (default 2).
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
-"$root/scripts/install-deps.sh"
-"$root/scripts/build.sh"
-cd "${MIRVANE_BUILD_DIR:-$root/build}"
-ctest --output-on-failure -j"$(nproc)"
+jobs=${MIRVANE_JOBS:-2}
+all_configs=(native asan armhf aarch64 tsan)
+
+usage() {
+  echo "usage: $0 [--quick] [${all_configs[*]}]..." >&2
+  exit 2
+}
+
+configs=()
+while [[ $# -gt 0 ]]; do
+  case $1 in
+    --quick) configs+=(native) ;;
+    native|asan|armhf|aarch64|tsan) configs+=("$1") ;;
+    *) usage ;;
+  esac
+  shift
+done
+[[ ${#configs[@]} -eq 0 ]] && configs=("${all_configs[@]}")
+
+wants() {
+  local c
+  for c in "${configs[@]}"; do [[ $c == "$1" ]] && return 0; done
+  return 1
+}
+
+if wants armhf || wants aarch64; then
+  "$root/scripts/install-deps.sh" --cross
+else
+  "$root/scripts/install-deps.sh"
+fi
+
+# ccache, with paths taken relative to the checkout so that another clone (CI's) hits the cache.
+launcher=()
+if command -v ccache >/dev/null; then
+  launcher=(-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+  export CCACHE_BASEDIR=${CCACHE_BASEDIR:-$root} CCACHE_NOHASHDIR=${CCACHE_NOHASHDIR:-1}
+fi
+
+build_dir() {
+  case $1 in
+    native) echo "${MIRVANE_BUILD_DIR:-$root/build}" ;;
+    *) echo "$root/build-$1" ;;
+  esac
+}
+
+configure() {
+  local dir=$1
+  shift
+  cmake -S "$root" -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DMIRVANE_WERROR=ON \
+    "${launcher[@]}" "$@" >/dev/null
+}
+
+# Runs the tests of a build tree (or of one of its subdirectories) with a fresh artifacts folder,
+# and adds their counts to the totals.
+passed=0
+failed_tests=0
+run_tests() {
+  local dir=$1 tests_dir=${2:-$1} log status=0
+  rm -rf "$dir/artifacts" && mkdir -p "$dir/artifacts" || return 1
+  log=$(mktemp)
+  (cd "$tests_dir" && ctest --output-on-failure -j"$jobs") 2>&1 | tee "$log" || status=1
+  local line total bad
+  line=$(grep -E 'tests passed, [0-9]+ tests? failed out of [0-9]+' "$log" | tail -1) || true
+  rm -f "$log"
+  [[ -z $line ]] && return 1
+  bad=$(sed -E 's/.* ([0-9]+) tests? failed.*/\1/' <<<"$line")
+  total=$(sed -E 's/.*out of ([0-9]+).*/\1/' <<<"$line")
+  passed=$((passed + total - bad))
+  failed_tests=$((failed_tests + bad))
+  return $status
+}
+
+# Configures, builds and (but aarch64) tests one configuration. Steps are chained with && because
+# errexit does not apply inside a function called as a condition.
+run_config() {
+  local dir
+  dir=$(build_dir "$1")
+  case $1 in
+    native)
+      configure "$dir" &&
+        cmake --build "$dir" -j "$jobs" &&
+        run_tests "$dir"
+      ;;
+    asan)
+      configure "$dir" -DMIRVANE_SANITIZE=address,undefined -DMIRVANE_BUILD_BENCH=OFF &&
+        cmake --build "$dir" -j "$jobs" &&
+        ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 run_tests "$dir"
+      ;;
+    armhf)
+      configure "$dir" -DCMAKE_TOOLCHAIN_FILE="$root/cmake/toolchains/armhf.cmake" \
+        -DMIRVANE_BUILD_BENCH=OFF &&
+        cmake --build "$dir" -j "$jobs" &&
+        run_tests "$dir"
+      ;;
+    aarch64)
+      # The daemon, its libraries and tools; the tests compile for a 64-bit target natively.
+      configure "$dir" -DCMAKE_TOOLCHAIN_FILE="$root/cmake/toolchains/aarch64.cmake" \
+        -DMIRVANE_BUILD_BENCH=OFF -DMIRVANE_BUILD_TESTS=OFF &&
+        cmake --build "$dir" -j "$jobs"
+      ;;
+    tsan)
+      # Only the suites that start the daemon's threads: the process frame (signals, flags,
+      # the watchdog's waits).
+      configure "$dir" -DMIRVANE_SANITIZE=thread -DMIRVANE_BUILD_BENCH=OFF &&
+        cmake --build "$dir" -j "$jobs" --target tests/bin/all &&
+        TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 run_tests "$dir" "$dir/tests/bin"
+      ;;
+  esac
+}
+
+# The artifacts of the native and the armhf run: the same files with the same bytes.
+compare_artifacts() {
+  local native armhf
+  native=$(build_dir native)/artifacts
+  armhf=$(build_dir armhf)/artifacts
+  if ! diff -r "$native" "$armhf" >/dev/null; then
+    echo "test.sh: native and armhf artifacts differ:" >&2
+    diff -rq "$native" "$armhf" >&2 || true
+    return 1
+  fi
+  echo "test.sh: native and armhf artifacts are identical ($(find "$native" -type f | wc -l) files)"
+}
+
+timings=()
+failed=()
+for config in "${configs[@]}"; do
+  echo "=== $config"
+  start=$SECONDS
+  if run_config "$config"; then status=ok; else status=FAILED; failed+=("$config"); fi
+  timings+=("$(printf '%-8s %4d s  %s' "$config" $((SECONDS - start)) "$status")")
+done
+if wants native && wants armhf && [[ ! " ${failed[*]} " =~ " native " && ! " ${failed[*]} " =~ " armhf " ]]; then
+  compare_artifacts || failed+=(artifacts)
+fi
+
+echo "=== time per configuration"
+printf '%s\n' "${timings[@]}"
+echo "tests: $passed passed, $failed_tests failed"
+if [[ ${#failed[@]} -ne 0 ]]; then
+  echo "test.sh: failed: ${failed[*]}" >&2
+  exit 1
+fi

@@ -5,6 +5,8 @@
 #include <signal.h>
 
 #include <chrono>
+#include <cstdio>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -45,6 +47,31 @@ void StartAndWaitForFirstHeartbeat(Subprocess& daemon, const SystemPeer& peer) {
   std::this_thread::sleep_for(milliseconds(200));
 }
 
+// Runs a daemon component in a child process beside a system daemon peer of its own, calls stop
+// once the first update has gone out, and returns the heartbeats the peer received in all. The
+// peer lives in the child so that the fork is made from a single-threaded process.
+std::string HeartbeatsOfComponentInChild(const std::function<void()>& stop) {
+  ChildResult result = RunInChild([&] {
+    std::string heartbeats;
+    {
+      SystemPeer peer(kSystemSocketPath);
+      if (!peer.listening()) _exit(10);
+      {
+        CommonDaemonComponent component("mirvane", "restart");
+        // The first update goes out at start whatever the flags say.
+        if (!WaitUntil([&] { return Heartbeats(peer).size() >= 1; }, seconds(5))) _exit(11);
+        stop();
+      }
+      // The destructor has sent the final update; the peer may still be reading it.
+      WaitUntil([&] { return Heartbeats(peer).size() >= 2; }, seconds(5));
+      heartbeats = Heartbeats(peer);
+    }
+    std::fputs(heartbeats.c_str(), stdout);
+  });
+  EXPECT_EQ(result.exit_code, 0) << result.err;
+  return result.out;
+}
+
 // Stops the daemon with the given signals and returns the heartbeats it sent in all.
 std::string StopWith(const std::vector<int>& signals) {
   SystemPeer peer(kSystemSocketPath);
@@ -67,21 +94,11 @@ TEST(DaemonStop, TheLastSignalDecidesTheFinalHeartbeat) {
   // raise() runs the handler on the calling thread before it returns, so the order is certain;
   // signals sent with kill() may be handled concurrently on two threads.
   for (const auto& order : {std::make_pair(SIGUSR2, SIGTERM), std::make_pair(SIGTERM, SIGUSR2)}) {
-    SystemPeer peer(kSystemSocketPath);
-    ChildResult result = RunInChild([&] {
-      {
-        // The peer lives in the parent: the child cannot watch it, and the first update goes out
-        // at start whatever the flags say.
-        CommonDaemonComponent component("mirvane", "restart");
-        std::this_thread::sleep_for(milliseconds(200));
-        raise(order.first);
-        raise(order.second);
-      }
-      _exit(0);
+    const std::string heartbeats = HeartbeatsOfComponentInChild([&] {
+      raise(order.first);
+      raise(order.second);
     });
-    EXPECT_EQ(result.exit_code, 0);
-    ASSERT_TRUE(WaitUntil([&] { return Heartbeats(peer).size() >= 2; }, seconds(5)));
-    EXPECT_EQ(Heartbeats(peer), order.second == SIGTERM ? "WW" : "Ww");
+    EXPECT_EQ(heartbeats, order.second == SIGTERM ? "WW" : "Ww");
   }
 }
 
@@ -113,19 +130,7 @@ TEST(Watchdog, HeartbeatsAtStartAndEveryFiveSecondsWithNameAndRestartCommand) {
 
 TEST(Watchdog, StopFromInsideEndsTheWaitAtTheDestructor) {
   // The pipeline's give-up path only clears g_running; the final update then says alive.
-  SystemPeer peer(kSystemSocketPath);
-  ChildResult result = RunInChild([] {
-    {
-      CommonDaemonComponent component("mirvane", "restart");
-      std::this_thread::sleep_for(milliseconds(100));
-      g_running = 0;
-    }
-    _exit(0);
-  });
-  EXPECT_EQ(result.exit_code, 0);
-  // The child has sent both; the peer's thread may still be reading the second.
-  EXPECT_TRUE(WaitUntil([&] { return Heartbeats(peer).size() >= 2; }, seconds(5)));
-  EXPECT_EQ(Heartbeats(peer), "WW");
+  EXPECT_EQ(HeartbeatsOfComponentInChild([] { g_running = 0; }), "WW");
 }
 
 TEST(SignalSetup, AFailingSigactionIsLoggedAndTheOtherHandlersStay) {

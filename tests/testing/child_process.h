@@ -21,10 +21,14 @@ struct ChildResult {
 };
 
 // Forks; the child runs body with its standard output and error captured, then exits with 0
-// (body may exit itself with another code). Returns when the child has ended.
+// (body may exit itself with another code). Returns when the child has ended. Under the thread
+// sanitizer a child that starts threads must be forked from a single-threaded test: keep threads
+// (a SystemPeer, say) inside body then.
 ChildResult RunInChild(const std::function<void()>& body);
 
 // A program started in the background with its standard output and error captured into files.
+// In a cross build, a program of the target architecture is started through the emulator (pid()
+// is then the emulator's, which passes signals on).
 class Subprocess {
  public:
   explicit Subprocess(const std::vector<std::string>& argv);
