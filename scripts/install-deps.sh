@@ -17,7 +17,7 @@ esac
 packages=(
   build-essential cmake ninja-build pkg-config ccache
   libev-dev libjansson-dev
-  libyuv-dev libturbojpeg0-dev libjpeg62-turbo-dev zlib1g-dev
+  libyuv-dev libturbojpeg0-dev libjpeg62-turbo-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   valgrind util-linux
 )
@@ -25,7 +25,7 @@ packages=(
 # library that the daemon or its tests link belongs here as well as above). The multiarch C and C++
 # runtimes are what the tests run on under qemu-user.
 target_packages=(libc6 libstdc++6 libev-dev libjansson-dev libyuv-dev libturbojpeg0-dev libgtest-dev
-  libgmock-dev zlib1g-dev)
+  libgmock-dev)
 foreign_arches=()
 if [[ $cross == 1 ]]; then
   packages+=(g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user)

@@ -3,7 +3,6 @@
 // its own code, without reading past the region it lies in.
 #include <gtest/gtest.h>
 
-#include <zlib.h>
 
 #include <cstring>
 #include <memory>
@@ -30,8 +29,7 @@ ModelCheck ParseExactly(const std::vector<uint8_t>& bytes, ModelDescription* mod
 
 // Writes a new checksum after an edit, so that only the edit itself is judged.
 void Reseal(std::vector<uint8_t>* bytes) {
-  const uint32_t crc = static_cast<uint32_t>(
-      crc32(crc32(0L, Z_NULL, 0), bytes->data() + 16, static_cast<uInt>(bytes->size() - 16)));
+  const uint32_t crc = ModelChecksum(bytes->data() + 16, bytes->size() - 16);
   for (int i = 0; i < 4; ++i) (*bytes)[12 + i] = static_cast<uint8_t>(crc >> (8 * i));
 }
 
@@ -135,6 +133,22 @@ TEST(ModelFile, RefusesModelsTheNetworkCannotRun) {
     EXPECT_EQ(check.code, edit.code);
     EXPECT_FALSE(check.reason.empty());
   }
+}
+
+}  // namespace
+}  // namespace ai
+}  // namespace sim
+}  // namespace mirvane
+
+namespace mirvane {
+namespace sim {
+namespace ai {
+namespace {
+
+TEST(ModelChecksum, IsTheStandardCrc32) {
+  const char text[] = "123456789";
+  EXPECT_EQ(ModelChecksum(reinterpret_cast<const uint8_t*>(text), 9), 0xCBF43926u);
+  EXPECT_EQ(ModelChecksum(nullptr, 0), 0u);
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include "model_file.h"
 
-#include <zlib.h>
 
 #include <cmath>
 #include <cstdio>
@@ -294,9 +293,9 @@ std::vector<uint8_t> SerializeModel(const ModelDescription& model) {
 
   std::vector<uint8_t>& bytes = w.bytes();
   w.PatchU32(8, static_cast<uint32_t>(bytes.size()));
-  const uLong crc = crc32(crc32(0L, Z_NULL, 0), bytes.data() + kModelHeaderSize,
-                          static_cast<uInt>(bytes.size() - kModelHeaderSize));
-  w.PatchU32(12, static_cast<uint32_t>(crc));
+  const uint32_t crc =
+      ModelChecksum(bytes.data() + kModelHeaderSize, bytes.size() - kModelHeaderSize);
+  w.PatchU32(12, crc);
   return std::move(bytes);
 }
 
@@ -318,9 +317,8 @@ ModelCheck ParseModel(const uint8_t* data, size_t region_size, ModelDescription*
     return Fail(HD_ERR_UNDERRUN, "truncated: the file says " + std::to_string(total) +
                                      " bytes, " + std::to_string(region_size) + " are there");
   }
-  const uLong actual = crc32(crc32(0L, Z_NULL, 0), data + kModelHeaderSize,
-                             static_cast<uInt>(total - kModelHeaderSize));
-  if (static_cast<uint32_t>(actual) != crc) return Fail(HD_ERR_BAD_DATA, "checksum mismatch");
+  const uint32_t actual = ModelChecksum(data + kModelHeaderSize, total - kModelHeaderSize);
+  if (actual != crc) return Fail(HD_ERR_BAD_DATA, "checksum mismatch");
 
   ModelDescription parsed;
   uint32_t seen = 0;
@@ -371,6 +369,15 @@ std::string DescribeModel(const ModelDescription& model) {
                 static_cast<unsigned>(s.delay_ms));
   text += line;
   return text;
+}
+
+uint32_t ModelChecksum(const uint8_t* data, size_t size) {
+  uint32_t crc = 0xFFFFFFFFu;
+  for (size_t i = 0; i < size; ++i) {
+    crc ^= data[i];
+    for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
+  }
+  return ~crc;
 }
 
 }  // namespace ai

@@ -98,6 +98,10 @@ ModelCheck ParseModel(const uint8_t* data, size_t region_size, ModelDescription*
 // One line per field, for the model tool.
 std::string DescribeModel(const ModelDescription& model);
 
+// CRC-32 (the IEEE 802.3 polynomial, as in zip and PNG) of size bytes: the model file's checksum.
+// Kept here rather than taken from zlib so that the cross builds need no extra target library.
+uint32_t ModelChecksum(const uint8_t* data, size_t size);
+
 }  // namespace ai
 }  // namespace sim
 }  // namespace mirvane
