@@ -180,7 +180,7 @@ HdMemMapping::~HdMemMapping() {
 VendorAi::VendorAi() {
   MIRVANE_LOG(kLogDebug, "vendor_ai_init\n");
   vendor_ai_cfg_set(VENDOR_AI_CFG_PLUGIN_ENGINE, vendor_ai_cpu1_get_engine());
-  unsigned schedule = 0;
+  UINT32 schedule = 0;  // the runtime reads the platform's word type
   vendor_ai_cfg_set(VENDOR_AI_CFG_PROC_SCHD, &schedule);
   const int r = vendor_ai_init();
   if (r != 0) throw std::runtime_error("vendor_ai_init fail=" + std::to_string(r));

@@ -122,7 +122,7 @@ run_config() {
       # Only the suites that start the daemon's threads: the process frame (signals, flags,
       # the watchdog's waits).
       configure "$dir" -DMIRVANE_SANITIZE=thread -DMIRVANE_BUILD_BENCH=OFF &&
-        cmake --build "$dir" -j "$jobs" --target tests/bin/all &&
+        cmake --build "$dir" -j "$jobs" --target tests/bin/all mirvane_model_file &&
         TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 run_tests "$dir" "$dir/tests/bin"
       ;;
   esac
