@@ -7,7 +7,7 @@ build=$2
 shift 2
 scene=default
 stand_in=(--restart-command "$build/bin/mirvane" --start --max-restarts 0
-  --daemon-output /tmp/log/mirvane.out)
+  --daemon-output "$build/demo/mirvane.out")
 while [[ $# -gt 0 ]]; do
   case $1 in
     --seconds) stand_in+=(--duration "$2"); shift 2 ;;
@@ -16,11 +16,16 @@ while [[ $# -gt 0 ]]; do
     --debug) mkdir -p /tmp/workspace && touch /tmp/workspace/mirvane.debug; shift ;;
   esac
 done
-mkdir -p /tmp/log /tmp/mirvane-sim
-cat > /tmp/mirvane-sim/sim.json <<JSON
-{"video": {"scene": "$scene", "ground_truth": "/tmp/mirvane-sim/ground_truth.csv"}}
+mkdir -p /tmp/log /tmp/mirvane-sim "$build/demo"
+# The parameter store lives in the build tree, so that a second terminal can change the settings
+# of the running daemon (see the README).
+rm -f "$build/demo/params.json" "$build/demo/mirvane.out"
+cat > "$build/demo/sim.json" <<JSON
+{"video": {"scene": "$scene", "ground_truth": "/tmp/mirvane-sim/ground_truth.csv"},
+ "param_store": "$build/demo/params.json"}
 JSON
+cp "$build/demo/sim.json" /tmp/mirvane-sim/sim.json
 "$build/tools/mirvane-param/mirvane-param" load "$root/scripts/demo-settings.json"
-echo "scene: $scene; daemon log: /tmp/log/mirvane.out; snapshots: /tmp/zarn_ai_snapshot_<id>"
-echo "(all inside this run's private /tmp; change a rule live with tools/mirvane-param)"
+echo "scene: $scene; daemon log: $build/demo/mirvane.out; snapshots: /tmp/zarn_ai_snapshot_<id>"
+echo "(inside this run's private /tmp; settings store: $build/demo/params.json)"
 exec "$build/tools/sysd/mirvane-sysd" "${stand_in[@]}"
