@@ -9,6 +9,7 @@
 #include "result_sender/event_sender.h"
 #include "result_sender/ipc_eventcb_converter.h"
 #include "sysapi.h"
+#include "testing/artifacts.h"
 #include "testing/child_process.h"
 #include "testing/system_peer.h"
 
@@ -86,6 +87,9 @@ TEST(EventPayload, FifteenRecordsLieBackToBackUnaligned) {
     objects.back().tracking_id = 100 + k;
   }
   const std::vector<uint8_t> payload = Pack(objects, 1);
+  // Left for the comparison of the native and the ARM runs: the bytes must not depend on the CPU.
+  EXPECT_TRUE(testing::SaveArtifact("result_sender/payload_15.bin",
+                                    std::string(payload.begin(), payload.end())));
   EXPECT_EQ(payload[16], 15);
   for (int k = 0; k < 15; ++k) {
     EXPECT_EQ(payload[20 + 29 * k + 1], 100 + k) << "record " << k;
