@@ -28,10 +28,6 @@ IntrusionSettings Parse(const std::string& text) {
   return ParseIntrusionSettings(json.get());
 }
 
-std::string ParseLog(const std::string& text) {
-  return testing::RunInChild([&] { Parse(text); }).out;
-}
-
 // A box of 0.125 x 0.16 whose test point (middle, nine tenths down) is at p; the half width is
 // exact in binary, so that a point on the fence line is exactly on it.
 dva::Box BoxAt(dva::Point p) {
@@ -74,26 +70,25 @@ TEST(IntrusionSettings, ReadsTheFenceAndTheFilters) {
   EXPECT_EQ(s.class_id_filter, 2u);
 }
 
-TEST(IntrusionSettings, UnsupportedIntersectTypeIsLogged) {
-  const std::string text = R"({"FenceIntersectType": 4})";
-  EXPECT_EQ(Parse(text).fence.intersect_type(), 0);
-  EXPECT_THAT(ParseLog(text), HasSubstr("[Err] intrusion.cc"));
-  EXPECT_THAT(ParseLog(text), HasSubstr("Not support fence intersect type [4]\n"));
-}
-
-TEST(IntrusionSettings, UnknownKeyAndUnreadableValuesAreLogged) {
-  EXPECT_THAT(ParseLog(R"({"FenceColour": 1})"), HasSubstr("Invalid config key[FenceColour]\n"));
-  EXPECT_THAT(ParseLog("7"), HasSubstr("Fail to parse json config\n"));
-  EXPECT_THAT(ParseLog(R"({"FenceLine": 5})"), HasSubstr("Fail to parse json config\n"));
+TEST(IntrusionSettings, UnsupportedTypeUnknownKeyAndUnreadableValuesAreLogged) {
+  EXPECT_EQ(Parse(R"({"FenceIntersectType": 4})").fence.intersect_type(), 0);
+  const std::string log =
+      testing::RunInChild([] {
+        for (const char* text : {R"({"FenceIntersectType": 4})", R"({"FenceColour": 1})", "7",
+                                 R"({"FenceLine": 5})"}) {
+          Parse(text);
+        }
+      }).out;
+  EXPECT_THAT(log, HasSubstr("[Err] intrusion.cc"));
+  EXPECT_THAT(log, HasSubstr("Not support fence intersect type [4]\n"));
+  EXPECT_THAT(log, HasSubstr("Invalid config key[FenceColour]\n"));
+  const std::string parse_failure = "Fail to parse json config\n";
+  EXPECT_NE(log.find(parse_failure), log.rfind(parse_failure)) << log;  // logged twice
 }
 
 TEST(IntrusionSettings, FenceNumberThatIsNoFloatThrows) {
-  try {
-    Parse(R"({"FenceLine": "0.5,0.1,half,0.9"})");
-    FAIL() << "no exception";
-  } catch (const std::invalid_argument& e) {
-    EXPECT_THAT(e.what(), HasSubstr("stof"));
-  }
+  EXPECT_THAT([] { Parse(R"({"FenceLine": "0.5,0.1,half,0.9"})"); },
+              ::testing::ThrowsMessage<std::invalid_argument>(HasSubstr("stof")));
 }
 
 TEST(IntrusionSettings, ReadFromPgoFetchesTheIntrusionKey) {
@@ -104,15 +99,28 @@ TEST(IntrusionSettings, ReadFromPgoFetchesTheIntrusionKey) {
   EXPECT_EQ(s.fence.boundaries().size(), 1u);
 }
 
-TEST(IntrusionApply, CrossingIsReportedInExactlyOneFrame) {
-  Intrusion rule(Parse(Config(R"("FenceIntersectType": 1, "ClassIdFilter": 2)")));
-  EXPECT_EQ(Walk(rule, {0.4f, 0.45f, 0.6f, 0.7f, 0.8f}), (std::vector<int>{0, 0, 1, 0, 0}));
-}
-
-TEST(IntrusionApply, CrossingWaitsUntilMoreThanTheMinimumDistancePastTheLine) {
-  Intrusion rule(Parse(Config(R"("FenceIntersectType": 1, "ClassIdFilter": 2)")));
-  EXPECT_EQ(Walk(rule, {0.4f, 0.505f, 0.505f, 0.509f, 0.52f, 0.53f}),
-            (std::vector<int>{0, 0, 0, 0, 1, 0}));
+TEST(IntrusionApply, WalksAlongAHorizontalLine) {
+  const struct {
+    const char* what;
+    const char* type;  // 1: left to right only, 3: both
+    std::vector<float> xs;
+    std::vector<int> expected;
+  } cases[] = {
+      // clang-format off
+      {"crossing reported in exactly one frame", "1", {0.4f, 0.45f, 0.6f, 0.7f, 0.8f}, {0, 0, 1, 0, 0}},
+      {"pending until more than 0.01 past the line", "1",
+       {0.4f, 0.505f, 0.505f, 0.509f, 0.52f, 0.53f}, {0, 0, 0, 0, 1, 0}},
+      {"newer crossing replaces the pending one", "3", {0.4f, 0.505f, 0.45f}, {0, 0, 2}},
+      {"onto the fence and back never triggers", "3", {0.4f, 0.5f, 0.4f, 0.5f, 0.3f}, {0, 0, 0, 0, 0}},
+      {"wrong direction gives 0", "1", {0.6f, 0.4f, 0.6f}, {0, 0, 1}},
+      {"both directions report either", "3", {0.6f, 0.4f, 0.6f}, {0, 2, 1}},
+      // clang-format on
+  };
+  for (const auto& c : cases) {
+    Intrusion rule(
+        Parse(Config(std::string(R"("ClassIdFilter": 2, "FenceIntersectType": )") + c.type)));
+    EXPECT_EQ(Walk(rule, c.xs), c.expected) << c.what;
+  }
 }
 
 TEST(IntrusionApply, PendingCrossingIsDroppedWhenTheObjectGoesBackAroundTheEnd) {
@@ -123,24 +131,6 @@ TEST(IntrusionApply, PendingCrossingIsDroppedWhenTheObjectGoesBackAroundTheEnd) 
       WalkPoints(rule,
                  {{0.4f, 0.85f}, {0.505f, 0.85f}, {0.505f, 0.95f}, {0.45f, 0.95f}, {0.6f, 0.95f}}),
       (std::vector<int>{0, 0, 0, 0, 0}));
-}
-
-TEST(IntrusionApply, NewerCrossingReplacesThePendingOne) {
-  Intrusion rule(Parse(Config(R"("FenceIntersectType": 3, "ClassIdFilter": 2)")));
-  // Just over and back over the line: the return replaces the pending direction 1 with 2.
-  EXPECT_EQ(Walk(rule, {0.4f, 0.505f, 0.45f}), (std::vector<int>{0, 0, 2}));
-}
-
-TEST(IntrusionApply, SteppingOntoTheFenceAndBackNeverTriggers) {
-  Intrusion rule(Parse(Config(R"("FenceIntersectType": 3, "ClassIdFilter": 2)")));
-  EXPECT_EQ(Walk(rule, {0.4f, 0.5f, 0.4f, 0.5f, 0.3f}), (std::vector<int>{0, 0, 0, 0, 0}));
-}
-
-TEST(IntrusionApply, WrongDirectionGivesZeroAndBothDirectionsReportEither) {
-  Intrusion one_way(Parse(Config(R"("FenceIntersectType": 1, "ClassIdFilter": 2)")));
-  EXPECT_EQ(Walk(one_way, {0.6f, 0.4f, 0.6f}), (std::vector<int>{0, 0, 1}));
-  Intrusion both_ways(Parse(Config(R"("FenceIntersectType": 3, "ClassIdFilter": 2)")));
-  EXPECT_EQ(Walk(both_ways, {0.6f, 0.4f, 0.6f}), (std::vector<int>{0, 2, 1}));
 }
 
 TEST(IntrusionApply, OnePointFenceNeverTriggers) {

@@ -2,10 +2,8 @@
 // crowds, both-present and the movement filters.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <chrono>
 #include <memory>
-#include <utility>
 
 #include "common/detection_region.h"
 #include "rules/rule_test_support.h"
@@ -19,39 +17,38 @@ namespace dva {
 namespace object_detect_result {
 namespace {
 
-using std::chrono::milliseconds;
 using std::chrono::minutes;
 using std::chrono::nanoseconds;
 using std::chrono::seconds;
 using testing::Frame;
 using testing::ManualClock;
 using testing::Object;
+using Bits = std::vector<bool>;
 
-constexpr uint32_t kAllClasses = 0x1e;  // classes 1 to 4
 constexpr int64_t kPeopleSeconds = 2;
 constexpr int64_t kVehicleSeconds = 4;
-
-// The left half of the frame.
-DetectionRegion LeftHalf() {
-  return DetectionRegion(DetectionRegion::kInclusion,
-                         {{{0.0f, 0.0f}, {0.5f, 0.0f}, {0.5f, 1.0f}, {0.0f, 1.0f}}});
-}
-
 constexpr Box kInside{0.1f, 0.1f, 0.3f, 0.5f};
 constexpr Box kOutside{0.6f, 0.1f, 0.8f, 0.5f};
 
-std::unique_ptr<IObjectStatusManager> Basic(const DetectionRegion& region, ManualClock& clock,
-                                            uint32_t class_mask = kAllClasses,
-                                            float min_area = 0.0f) {
-  return std::make_unique<BasicObjectStatusManager>(10, kPeopleSeconds, kVehicleSeconds, class_mask,
-                                                    region, min_area, clock.Source());
+// The managers keep a reference to their region.
+const DetectionRegion& LeftHalf() {
+  static const DetectionRegion region(DetectionRegion::kInclusion,
+                                      {{{0.0f, 0.0f}, {0.5f, 0.0f}, {0.5f, 1.0f}, {0.0f, 1.0f}}});
+  return region;
+}
+
+// A manager for classes 1 to 4 with the people and vehicle times above.
+std::unique_ptr<IObjectStatusManager> Basic(ManualClock& clock,
+                                            const DetectionRegion& region = LeftHalf()) {
+  return std::make_unique<BasicObjectStatusManager>(10, kPeopleSeconds, kVehicleSeconds, 0x1e,
+                                                    region, 0.0f, clock.Source());
 }
 
 // Runs one frame in the order the rule uses and returns whether each listed id is triggered.
-std::vector<bool> Step(IObjectStatusManager& manager, const TrackResult& frame,
-                       std::initializer_list<uint32_t> ids) {
+Bits Step(IObjectStatusManager& manager, const TrackResult& frame,
+          std::initializer_list<uint32_t> ids) {
   manager.Update(frame.objects);
-  std::vector<bool> answers;
+  Bits answers;
   for (uint32_t id : ids) answers.push_back(manager.IsTriggered(id));
   manager.CollectRemovedIds(frame);
   return answers;
@@ -61,210 +58,147 @@ bool StepOne(IObjectStatusManager& manager, const TrackedObject& object) {
   return Step(manager, Frame({object}), {object.tracking_id})[0];
 }
 
-TEST(BasicObjectStatusManager, PersonIsTriggeredOnlyStrictlyAfterThePeopleTime) {
-  const DetectionRegion region = LeftHalf();
-  ManualClock clock;
-  auto manager = Basic(region, clock);
-  const TrackedObject person = Object(7, 1, kInside);
-
-  EXPECT_FALSE(StepOne(*manager, person));
-  clock.Advance(seconds(kPeopleSeconds));
-  EXPECT_FALSE(StepOne(*manager, person));  // exactly the people time: not yet
-  clock.Advance(nanoseconds(1));
-  EXPECT_TRUE(StepOne(*manager, person));
+TEST(BasicObjectStatusManager, EachClassIsTriggeredOnlyStrictlyAfterItsTime) {
+  const struct {
+    int32_t class_id;
+    int64_t seconds;
+  } cases[] = {{1, kPeopleSeconds}, {2, kVehicleSeconds}, {3, 0}, {4, kVehicleSeconds}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.class_id);
+    ManualClock clock;
+    auto manager = Basic(clock);
+    const TrackedObject object = Object(7, c.class_id, kInside);
+    EXPECT_FALSE(StepOne(*manager, object));
+    clock.Advance(seconds(c.seconds));
+    EXPECT_FALSE(StepOne(*manager, object));
+    clock.Advance(nanoseconds(1));
+    EXPECT_TRUE(StepOne(*manager, object));
+  }
 }
 
 TEST(BasicObjectStatusManager, OneFrameOutsideTheRegionRestartsTheStreak) {
-  const DetectionRegion region = LeftHalf();
   ManualClock clock;
-  auto manager = Basic(region, clock);
-
+  auto manager = Basic(clock);
   StepOne(*manager, Object(7, 1, kInside));
   clock.Advance(seconds(3));
   EXPECT_TRUE(StepOne(*manager, Object(7, 1, kInside)));
   EXPECT_FALSE(StepOne(*manager, Object(7, 1, kOutside)));
-  EXPECT_FALSE(StepOne(*manager, Object(7, 1, kInside)));  // a new streak starts here
+  EXPECT_FALSE(StepOne(*manager, Object(7, 1, kInside)));
   clock.Advance(seconds(2) + nanoseconds(1));
   EXPECT_TRUE(StepOne(*manager, Object(7, 1, kInside)));
 }
 
-TEST(BasicObjectStatusManager, PersonIsPlacedByTheMiddleAtNineTenthsOfItsHeight) {
-  const DetectionRegion region = LeftHalf();
+// Which of the frame's objects (ids 1 and 2) are triggered once they stood for 5 s.
+Bits TriggeredAfterFiveSeconds(const TrackResult& frame,
+                               const DetectionRegion& region = LeftHalf()) {
   ManualClock clock;
-  auto manager = Basic(region, clock);
-  // Straddles the border: the middle is at x 0.45 (inside) for one box and 0.55 for the other.
-  const TrackedObject in = Object(1, 1, Box{0.3f, 0.1f, 0.6f, 0.5f});
-  const TrackedObject out = Object(2, 1, Box{0.4f, 0.1f, 0.7f, 0.5f});
-  Step(*manager, Frame({in, out}), {});
-  clock.Advance(seconds(3));
-  EXPECT_EQ(Step(*manager, Frame({in, out}), {1, 2}), (std::vector<bool>{true, false}));
+  auto manager = Basic(clock, region);
+  Step(*manager, frame, {});
+  clock.Advance(seconds(5));
+  return Step(*manager, frame, {1, 2});
 }
 
-TEST(BasicObjectStatusManager, OtherClassHasNoTriggerTimeAndIsPlacedByTheBottomCentre) {
-  // A region holding only the lower half of the left half.
-  const DetectionRegion region(DetectionRegion::kInclusion,
-                               {{{0.0f, 0.6f}, {0.5f, 0.6f}, {0.5f, 1.0f}, {0.0f, 1.0f}}});
-  ManualClock clock;
-  auto manager = Basic(region, clock);
-  // Box from y 0.1 to 0.62: its bottom centre is in the region, its point at nine tenths is not.
-  const TrackedObject other = Object(3, 3, Box{0.1f, 0.1f, 0.3f, 0.62f});
-
-  EXPECT_FALSE(StepOne(*manager, other));  // not within the same instant
-  clock.Advance(nanoseconds(1));
-  EXPECT_TRUE(StepOne(*manager, other));
-  // A person with the same box is placed by its point at nine tenths, outside.
-  const TrackedObject person = Object(4, 1, Box{0.1f, 0.1f, 0.3f, 0.62f});
-  StepOne(*manager, person);
-  clock.Advance(seconds(3));
-  EXPECT_FALSE(StepOne(*manager, person));
+TEST(BasicObjectStatusManager, PlacesEachClassByItsOwnPoint) {
+  // People by the middle at nine tenths: x 0.45 is inside, 0.55 not.
+  EXPECT_EQ(TriggeredAfterFiveSeconds(Frame({Object(1, 1, Box{0.3f, 0.1f, 0.6f, 0.5f}),
+                                             Object(2, 1, Box{0.4f, 0.1f, 0.7f, 0.5f})})),
+            (Bits{true, false}));
+  // Class 2 needs a tenth of its box: sample columns from x 0.45 (inside) and from 0.51.
+  EXPECT_EQ(TriggeredAfterFiveSeconds(Frame({Object(1, 2, Box{0.4f, 0.1f, 1.4f, 0.5f}),
+                                             Object(2, 2, Box{0.46f, 0.1f, 1.46f, 0.5f})})),
+            (Bits{true, false}));
+  // Class 3 by the bottom centre, inside the lower part of the left half, where a person with the
+  // same box is not (its point at nine tenths is above it).
+  const DetectionRegion lower(DetectionRegion::kInclusion,
+                              {{{0.0f, 0.6f}, {0.5f, 0.6f}, {0.5f, 1.0f}, {0.0f, 1.0f}}});
+  const Box box{0.1f, 0.1f, 0.3f, 0.62f};
+  EXPECT_EQ(TriggeredAfterFiveSeconds(Frame({Object(1, 3, box), Object(2, 1, box)}), lower),
+            (Bits{true, false}));
 }
 
-TEST(BasicObjectStatusManager, ClassFourTakesTheVehicleTimeAndTheBottomCentre) {
-  const DetectionRegion region = LeftHalf();
+TEST(BasicObjectStatusManager, ListsTrackerRemovedIdsAndExpiresAfterTenMinutes) {
   ManualClock clock;
-  auto manager = Basic(region, clock);
-  const TrackedObject truck = Object(5, 4, kInside);
-  StepOne(*manager, truck);
-  clock.Advance(seconds(kVehicleSeconds));
-  EXPECT_FALSE(StepOne(*manager, truck));
-  clock.Advance(nanoseconds(1));
-  EXPECT_TRUE(StepOne(*manager, truck));
-}
-
-TEST(BasicObjectStatusManager, ClassTwoNeedsATenthOfItsBoxInsideTheRegion) {
-  const DetectionRegion region = LeftHalf();
-  ManualClock clock;
-  auto manager = Basic(region, clock);
-  // Box from x 0.4 to 1.4: sample columns at 0.45 (inside) and beyond, so a tenth is inside.
-  const TrackedObject tenth_in = Object(1, 2, Box{0.4f, 0.1f, 1.4f, 0.5f});
-  // Box from x 0.46 to 1.46: its first sample column is at 0.51, none inside.
-  const TrackedObject none_in = Object(2, 2, Box{0.46f, 0.1f, 1.46f, 0.5f});
-  Step(*manager, Frame({tenth_in, none_in}), {});
-  clock.Advance(seconds(kVehicleSeconds + 1));
-  EXPECT_EQ(Step(*manager, Frame({tenth_in, none_in}), {1, 2}), (std::vector<bool>{true, false}));
-}
-
-TEST(BasicObjectStatusManager, ListsTrackerRemovedIdsEvenWithoutAStatus) {
-  const DetectionRegion region = LeftHalf();
-  ManualClock clock;
-  auto manager = Basic(region, clock);
+  auto manager = Basic(clock);
   manager->Update(Frame({Object(1, 1, kInside)}).objects);
   EXPECT_EQ(manager->CollectRemovedIds(Frame({}, {1, 99})).size(), 2u);
   clock.Advance(seconds(10));
-  EXPECT_FALSE(manager->IsTriggered(1));  // the status is gone
-}
+  EXPECT_FALSE(manager->IsTriggered(1));
 
-TEST(BasicObjectStatusManager, ExpiresAnIdNotUpdatedForStrictlyMoreThanTenMinutes) {
-  const DetectionRegion region = LeftHalf();
-  ManualClock clock;
-  auto manager = Basic(region, clock);
-  manager->Update(Frame({Object(1, 1, kInside)}).objects);
+  manager->Update(Frame({Object(2, 1, kInside)}).objects);
   clock.Advance(minutes(10));
   EXPECT_TRUE(manager->CollectRemovedIds(Frame({})).empty());
   clock.Advance(nanoseconds(1));
-  EXPECT_EQ(manager->CollectRemovedIds(Frame({})), std::vector<uint32_t>{1});
+  EXPECT_EQ(manager->CollectRemovedIds(Frame({})), std::vector<uint32_t>{2});
   EXPECT_TRUE(manager->CollectRemovedIds(Frame({})).empty());
 }
 
-// Three people and a car, all standing in the region long enough to be triggered.
-struct CrowdScene {
-  TrackedObject p1 = Object(1, 1, kInside);
-  TrackedObject p2 = Object(2, 1, kInside);
-  TrackedObject p3 = Object(3, 1, kInside);
-  TrackedObject car = Object(4, 2, kInside);
-};
-
 TEST(CrowdPeopleDetectedRule, TooFewPeopleAreNotTriggeredWhileVehiclesAre) {
-  const DetectionRegion region = LeftHalf();
   ManualClock clock;
-  rule_decorator::CrowdPeopleDetectedRule crowd(Basic(region, clock), 3);
-  CrowdScene s;
-  Step(crowd, Frame({s.p1, s.p2, s.p3, s.car}), {});
+  rule_decorator::CrowdPeopleDetectedRule crowd(Basic(clock), 3);
+  const TrackedObject p1 = Object(1, 1, kInside), p2 = Object(2, 1, kInside),
+                      p3 = Object(3, 1, kInside), car = Object(4, 2, kInside);
+  Step(crowd, Frame({p1, p2, p3, car}), {});
   clock.Advance(seconds(5));
-  EXPECT_EQ(Step(crowd, Frame({s.p1, s.p2, s.car}), {1, 2, 4}),
-            (std::vector<bool>{false, false, true}));
-  EXPECT_EQ(Step(crowd, Frame({s.p1, s.p2, s.p3, s.car}), {1, 2, 3, 4}),
-            (std::vector<bool>{true, true, true, true}));
+  EXPECT_EQ(Step(crowd, Frame({p1, p2, car}), {1, 2, 4}), (Bits{false, false, true}));
+  EXPECT_EQ(Step(crowd, Frame({p1, p2, p3, car}), {1, 2, 3, 4}), (Bits{true, true, true, true}));
 }
 
 TEST(OnlyBothPeopleVehicleDetectedRule, LonePersonWaitsForATriggeredVehicle) {
-  const DetectionRegion region = LeftHalf();
   ManualClock clock;
-  rule_decorator::OnlyBothPeopleVehicleDetectedRule both(Basic(region, clock));
-  CrowdScene s;
-  const TrackedObject far_car = Object(5, 2, kOutside);
-  Step(both, Frame({s.p1, far_car}), {});
+  rule_decorator::OnlyBothPeopleVehicleDetectedRule both(Basic(clock));
+  const TrackedObject person = Object(1, 1, kInside), car = Object(4, 2, kInside),
+                      far_car = Object(5, 2, kOutside);
+  Step(both, Frame({person, far_car}), {});
   clock.Advance(seconds(5));
-  EXPECT_EQ(Step(both, Frame({s.p1, far_car}), {1, 5}), (std::vector<bool>{false, false}));
-  Step(both, Frame({s.p1, s.car}), {});
+  EXPECT_EQ(Step(both, Frame({person, far_car}), {1, 5}), (Bits{false, false}));
+  Step(both, Frame({person, car}), {});
   clock.Advance(seconds(5));
-  EXPECT_EQ(Step(both, Frame({s.p1, s.car}), {1, 4}), (std::vector<bool>{true, true}));
-  EXPECT_EQ(Step(both, Frame({s.car}), {4}), (std::vector<bool>{false}));
+  EXPECT_EQ(Step(both, Frame({person, car}), {1, 4}), (Bits{true, true}));
+  EXPECT_EQ(Step(both, Frame({car}), {4}), (Bits{false}));
 }
 
-std::unique_ptr<IObjectStatusManager> MovedPeople(const DetectionRegion& region,
-                                                  ManualClock& clock) {
-  return std::make_unique<rule_decorator::OnlyMovedPeopleRule>(
-      Basic(region, clock), std::make_unique<IouMoveJudge>(0.5f), 5, clock.Source());
-}
-
-TEST(OnlyMovedPeopleRule, PersonStandingStillLosesTheTriggerAndRegainsItByMoving) {
-  const DetectionRegion region = LeftHalf();
+TEST(OnlyMovedPeopleRule, StandingStillLosesTheTriggerMovingOrReturningRegainsIt) {
   ManualClock clock;
-  auto rule = MovedPeople(region, clock);
+  rule_decorator::OnlyMovedPeopleRule rule(Basic(clock), std::make_unique<IouMoveJudge>(0.5f), 5,
+                                           clock.Source());
   const TrackedObject still = Object(1, 1, kInside);
-  StepOne(*rule, still);
+  StepOne(rule, still);
   clock.Advance(seconds(3));
-  EXPECT_TRUE(StepOne(*rule, still));  // first triggered frame: the box becomes the reference
-  clock.Advance(seconds(1));
-  EXPECT_TRUE(StepOne(*rule, still));  // still, but moved within the last 5 s
-  clock.Advance(seconds(4));
-  EXPECT_TRUE(StepOne(*rule, still));  // exactly 5 s
+  EXPECT_TRUE(StepOne(rule, still));  // first triggered frame: the box becomes the reference
+  clock.Advance(seconds(5));
+  EXPECT_TRUE(StepOne(rule, still));  // exactly 5 s
   clock.Advance(nanoseconds(1));
-  EXPECT_FALSE(StepOne(*rule, still));
+  EXPECT_FALSE(StepOne(rule, still));
   // Shifted by more than half its width: the overlap falls below 0.5.
-  EXPECT_TRUE(StepOne(*rule, Object(1, 1, Box{0.25f, 0.1f, 0.45f, 0.5f})));
+  const TrackedObject moved = Object(1, 1, Box{0.25f, 0.1f, 0.45f, 0.5f});
+  EXPECT_TRUE(StepOne(rule, moved));
+  clock.Advance(seconds(6));
+  EXPECT_FALSE(StepOne(rule, moved));
+  // A removed id comes back as a new object: new streak, new reference box.
+  EXPECT_EQ(rule.CollectRemovedIds(Frame({}, {1})), std::vector<uint32_t>{1});
+  StepOne(rule, still);
+  clock.Advance(seconds(3));
+  EXPECT_TRUE(StepOne(rule, still));
 }
 
 TEST(OnlyMovedVehicleRule, ParkedVehicleLosesTheTriggerWhilePeopleKeepIt) {
-  const DetectionRegion region = LeftHalf();
   ManualClock clock;
-  rule_decorator::OnlyMovedVehicleRule rule(
-      Basic(region, clock), std::make_unique<IouMoveJudge>(0.5f), 5, clock.Source());
-  const TrackedObject car = Object(2, 4, kInside);
-  const TrackedObject person = Object(1, 1, kInside);
-  Step(rule, Frame({person, car}), {});
+  rule_decorator::OnlyMovedVehicleRule rule(Basic(clock), std::make_unique<IouMoveJudge>(0.5f), 5,
+                                            clock.Source());
+  const TrackResult frame = Frame({Object(1, 1, kInside), Object(2, 4, kInside)});
+  Step(rule, frame, {});
   clock.Advance(seconds(5));
-  EXPECT_EQ(Step(rule, Frame({person, car}), {1, 2}), (std::vector<bool>{true, true}));
+  EXPECT_EQ(Step(rule, frame, {1, 2}), (Bits{true, true}));
   clock.Advance(seconds(6));
-  EXPECT_EQ(Step(rule, Frame({person, car}), {1, 2}), (std::vector<bool>{true, false}));
-}
-
-TEST(OnlyMovedPeopleRule, ForgetsRemovedIds) {
-  const DetectionRegion region = LeftHalf();
-  ManualClock clock;
-  auto rule = MovedPeople(region, clock);
-  const TrackedObject still = Object(1, 1, kInside);
-  StepOne(*rule, still);
-  clock.Advance(seconds(3));
-  StepOne(*rule, still);
-  clock.Advance(seconds(6));
-  EXPECT_FALSE(StepOne(*rule, still));
-  EXPECT_EQ(rule->CollectRemovedIds(Frame({}, {1})), std::vector<uint32_t>{1});
-  // The id comes back as a new object: new streak, new reference box.
-  StepOne(*rule, still);
-  clock.Advance(seconds(3));
-  EXPECT_TRUE(StepOne(*rule, still));
+  EXPECT_EQ(Step(rule, frame, {1, 2}), (Bits{true, false}));
 }
 
 TEST(IouMoveJudge, SlowDriftAddsUpAgainstTheLastReference) {
   IouMoveJudge judge(0.5f);
-  const float width = 0.2f;
-  auto at = [&](float x) { return Object(1, 1, Box{x, 0.1f, x + width, 0.5f}); };
+  auto at = [](float x) { return Object(1, 1, Box{x, 0.1f, x + 0.2f, 0.5f}); };
   judge.Update(at(0.1f));
   EXPECT_TRUE(judge.IsMoved(1));  // no reference yet
-  // Steps of 0.04 each overlap the previous box by far more than half, but the reference stays
-  // at 0.1 until the overlap with it drops below 0.5 (a shift of more than a third of the width).
+  // The reference stays at 0.1 until a shift of more than a third of the width.
   judge.Update(at(0.14f));
   EXPECT_FALSE(judge.IsMoved(1));
   judge.Update(at(0.18f));

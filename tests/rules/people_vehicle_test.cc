@@ -80,40 +80,29 @@ TEST(PeopleVeichileSettings, OnlyTheLiteralTrueSwitchesOnAndOtherTypesReadAsZero
   EXPECT_EQ(s.class_id_filter, 0u);
 }
 
-TEST(PeopleVeichileSettings, BadRegionTypeIsLoggedAndMeansInclusion) {
-  const std::string text = R"({"DetectionRegionType": 5, "DetectionRegion": "0.1,0.1,0.5,0.1"})";
-  EXPECT_EQ(Parse(text).detection_region.type(), dva::DetectionRegion::kInclusion);
-  EXPECT_THAT(ParseLog(text), HasSubstr("[Err] people_vehicle.cc"));
-  EXPECT_THAT(ParseLog(text), HasSubstr(":GetRegionType: Invalid region type [5]\n"));
-}
-
-TEST(PeopleVeichileSettings, UnknownKeyIsLoggedAndTheOthersStillApply) {
-  const std::string text = R"({"Sensitivity": 3, "CrowdPeopleThreshold": 2})";
-  EXPECT_EQ(Parse(text).crowd_people_threshold, 2);
-  EXPECT_THAT(ParseLog(text), HasSubstr("Invalid config key[Sensitivity]\n"));
+TEST(PeopleVeichileSettings, BadTypeUnknownKeyAndNonObjectsAreLoggedAndGiveDefaults) {
+  const std::string bad_type =
+      R"({"DetectionRegionType": 5, "DetectionRegion": "0.1,0.1,0.5,0.1"})";
+  EXPECT_EQ(Parse(bad_type).detection_region.type(), dva::DetectionRegion::kInclusion);
+  EXPECT_EQ(Parse(R"({"Sensitivity": 3, "CrowdPeopleThreshold": 2})").crowd_people_threshold, 2);
+  EXPECT_EQ(ParsePeopleVeichileSettings(nullptr).class_id_filter, 0u);
+  EXPECT_EQ(Parse(R"("{\"ClassIdFilter\": 6}")").class_id_filter, 6u);  // JSON text in a string
+  const std::string log = ParseLog(bad_type) + ParseLog(R"({"Sensitivity": 3})");
+  EXPECT_THAT(log, HasSubstr("[Err] people_vehicle.cc"));
+  EXPECT_THAT(log, HasSubstr(":GetRegionType: Invalid region type [5]\n"));
+  EXPECT_THAT(log, HasSubstr("Invalid config key[Sensitivity]\n"));
   EXPECT_THAT(ParseLog(R"({"CrowdPeopleThreshold": 2, "DetectionRegionType": 0})"),
               Not(HasSubstr("Invalid config key")));
-}
-
-TEST(PeopleVeichileSettings, ValueThatIsNoObjectGivesDefaultsAndIsLogged) {
-  EXPECT_EQ(ParsePeopleVeichileSettings(nullptr).class_id_filter, 0u);
   EXPECT_THAT(testing::RunInChild([] { ParsePeopleVeichileSettings(nullptr); }).out,
               HasSubstr("Fail to read json config\n"));
-  EXPECT_THAT(ParseLog(R"("{not json")"), HasSubstr("Fail to read json config\n"));
-  EXPECT_THAT(ParseLog("[1, 2]"), HasSubstr("Fail to read json config\n"));
-}
-
-TEST(PeopleVeichileSettings, StringValueHoldingJsonTextIsRead) {
-  EXPECT_EQ(Parse(R"("{\"ClassIdFilter\": 6}")").class_id_filter, 6u);
+  for (const char* text : {R"("{not json")", "[1, 2]"}) {
+    EXPECT_THAT(ParseLog(text), HasSubstr("Fail to read json config\n")) << text;
+  }
 }
 
 TEST(PeopleVeichileSettings, RegionNumberThatIsNoFloatThrows) {
-  try {
-    Parse(R"({"DetectionRegion": "0.1,0.1,zero,0.5"})");
-    FAIL() << "no exception";
-  } catch (const std::invalid_argument& e) {
-    EXPECT_THAT(e.what(), HasSubstr("stof"));
-  }
+  EXPECT_THAT([] { Parse(R"({"DetectionRegion": "0.1,0.1,zero,0.5"})"); },
+              ::testing::ThrowsMessage<std::invalid_argument>(HasSubstr("stof")));
 }
 
 TEST(PeopleVeichileSettings, ReadFromPgoFetchesTheObjectDetectionKey) {
@@ -167,12 +156,11 @@ TEST(ResetObjectStatusManger, AllFourSwitchesBuildTheChainInsideOutInOrder) {
 }
 
 TEST(ResetObjectStatusManger, CrowdThresholdOfOneAddsTheDecoratorAndZeroLeavesItOut) {
-  EXPECT_EQ(
-      ChainNames(PeopleVeichile(Parse(R"({"CrowdPeopleThreshold": 1})")).object_status_manager()),
-      (std::vector<std::string>{"crowd", "basic"}));
-  EXPECT_EQ(
-      ChainNames(PeopleVeichile(Parse(R"({"CrowdPeopleThreshold": 0})")).object_status_manager()),
-      (std::vector<std::string>{"basic"}));
+  auto chain = [](const char* text) {
+    return ChainNames(PeopleVeichile(Parse(text)).object_status_manager());
+  };
+  EXPECT_EQ(chain(R"({"CrowdPeopleThreshold": 1})"), (std::vector<std::string>{"crowd", "basic"}));
+  EXPECT_EQ(chain(R"({"CrowdPeopleThreshold": 0})"), std::vector<std::string>{"basic"});
 }
 
 constexpr dva::Box kInside{0.1f, 0.1f, 0.3f, 0.5f};
@@ -187,39 +175,32 @@ TEST(PeopleVeichileApply, AnswersPerObjectInTheShapeOfTheClassLists) {
                                    Object(3, 2, kInside), Object(4, 3, kInside)});
   rule.Apply(frame);
   clock.Advance(seconds(2));
-  const std::vector<std::vector<bool>> bits = rule.Apply(frame);
-  ASSERT_EQ(bits.size(), 4u);
-  EXPECT_EQ(bits[0], (std::vector<bool>{true, false}));
-  EXPECT_EQ(bits[1], (std::vector<bool>{false}));  // the vehicle time is 3 s
-  EXPECT_EQ(bits[2], (std::vector<bool>{true}));
-  EXPECT_TRUE(bits[3].empty());
+  EXPECT_EQ(rule.Apply(frame),
+            (std::vector<std::vector<bool>>{{true, false}, {false}, {true}, {}}));
 }
 
-TEST(PeopleVeichileApply, ClassIdFilterZeroAdmitsNothing) {
-  ManualClock clock;
-  PeopleVeichile rule(Parse(Config(R"("ClassIdFilter": 0)")), clock.Source());
-  const TrackResult frame =
-      Frame({Object(1, 1, kInside), Object(2, 2, kInside), Object(3, 3, kInside)});
-  rule.Apply(frame);
-  clock.Advance(seconds(60));
-  for (const auto& list : rule.Apply(frame)) {
-    for (bool bit : list) EXPECT_FALSE(bit);
+TEST(PeopleVeichileApply, ClassAndSizeFiltersHoldObjectsBack) {
+  const TrackResult frame = Frame({Object(1, 1, kInside), Object(2, 1, {0.1f, 0.1f, 0.2f, 0.2f}),
+                                   Object(3, 2, kInside), Object(4, 3, kInside)});
+  // "ClassIdFilter" 0 admits nothing; at 15 permille the 0.01 box is too small, the 0.08 one not.
+  const struct {
+    const char* keys;
+    std::vector<std::vector<bool>> expected;
+  } cases[] = {
+      {R"("ClassIdFilter": 0)", {{false, false}, {false}, {false}, {}}},
+      {R"("ClassIdFilter": 2, "MinTriggerObjectRatioPermille": 15)",
+       {{true, false}, {false}, {false}, {}}},
+  };
+  for (const auto& c : cases) {
+    ManualClock clock;
+    PeopleVeichile rule(Parse(Config(c.keys)), clock.Source());
+    rule.Apply(frame);
+    clock.Advance(seconds(60));
+    EXPECT_EQ(rule.Apply(frame), c.expected) << c.keys;
   }
 }
 
-TEST(PeopleVeichileApply, SmallBoxesAreNotTriggered) {
-  ManualClock clock;
-  // 15 permille: a 0.1 x 0.1 box (0.01) is too small, a 0.2 x 0.4 box (0.08) is not.
-  PeopleVeichile rule(Parse(Config(R"("ClassIdFilter": 2, "MinTriggerObjectRatioPermille": 15)")),
-                      clock.Source());
-  const TrackResult frame =
-      Frame({Object(1, 1, kInside), Object(2, 1, dva::Box{0.1f, 0.1f, 0.2f, 0.2f})});
-  rule.Apply(frame);
-  clock.Advance(seconds(1));
-  EXPECT_EQ(rule.Apply(frame)[0], (std::vector<bool>{true, false}));
-}
-
-TEST(PeopleVeichileApply, IdRemovedByTheTrackerStartsAfresh) {
+TEST(PeopleVeichileApply, RemovedIdAndResetStartAfresh) {
   ManualClock clock;
   PeopleVeichile rule(Parse(Config(R"("ClassIdFilter": 2, "MinPeopleTriggerTimeSeconds": 1)")),
                       clock.Source());
@@ -228,17 +209,10 @@ TEST(PeopleVeichileApply, IdRemovedByTheTrackerStartsAfresh) {
   clock.Advance(seconds(2));
   EXPECT_TRUE(rule.Apply(Frame({person}, /*removed=*/{1}))[0][0]);
   EXPECT_FALSE(rule.Apply(Frame({person}))[0][0]);  // a new streak
-}
-
-TEST(PeopleVeichileApply, ResetForgetsTheStreaks) {
-  ManualClock clock;
-  PeopleVeichile rule(Parse(Config(R"("ClassIdFilter": 2)")), clock.Source());
-  const TrackResult frame = Frame({Object(1, 1, kInside)});
-  rule.Apply(frame);
-  clock.Advance(seconds(1));
-  EXPECT_TRUE(rule.Apply(frame)[0][0]);
+  clock.Advance(seconds(2));
+  EXPECT_TRUE(rule.Apply(Frame({person}))[0][0]);
   rule.ResetObjectStatusManger();
-  EXPECT_FALSE(rule.Apply(frame)[0][0]);
+  EXPECT_FALSE(rule.Apply(Frame({person}))[0][0]);
 }
 
 }  // namespace
