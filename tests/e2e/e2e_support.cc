@@ -155,9 +155,9 @@ Transcript ParseTranscript(const std::string& json_lines) {
 std::vector<std::string> StandInCommand(int max_restarts) {
   MakeDirs("/tmp/log");
   unlink(kDaemonOutput);
-  return {MIRVANE_SYSD_PATH,   "--json",       "--restart-command",
-          MIRVANE_DAEMON_PATH, "--start",      "--max-restarts",
-          std::to_string(max_restarts), "--daemon-output", kDaemonOutput};
+  return {MIRVANE_SYSD_PATH, "--json",         "--restart-command",          MIRVANE_DAEMON_PATH,
+          "--start",         "--max-restarts", std::to_string(max_restarts), "--daemon-output",
+          kDaemonOutput};
 }
 
 StandInRun::StandInRun(int max_restarts) : process_(StandInCommand(max_restarts)) {}
@@ -170,11 +170,17 @@ bool StandInRun::WaitForEvents(size_t count, std::chrono::seconds timeout) const
   return testing::WaitUntil([&] { return Read().events.size() >= count; }, timeout);
 }
 
-bool StandInRun::WaitForEnd(std::chrono::seconds timeout) { return process_.Wait(timeout); }
+bool StandInRun::WaitForEnd(std::chrono::seconds timeout) {
+  return process_.Wait(timeout);
+}
 
-void StandInRun::Stop() const { process_.Signal(SIGTERM); }
+void StandInRun::Stop() const {
+  process_.Signal(SIGTERM);
+}
 
-std::string DaemonOutput() { return testing::ReadFileOrEmpty(kDaemonOutput); }
+std::string DaemonOutput() {
+  return testing::ReadFileOrEmpty(kDaemonOutput);
+}
 
 std::vector<std::string> DaemonLogLines(const std::string& text) {
   std::vector<std::string> found;
@@ -209,7 +215,9 @@ GroundTruth ReadGroundTruth(const std::string& path) {
       const size_t w = line.find("width=");
       const size_t h = line.find("height=");
       if (w != std::string::npos) truth.width = std::stoi(line.substr(w + 6));
+      const size_t f = line.find("frames=");
       if (h != std::string::npos) truth.height = std::stoi(line.substr(h + 7));
+      if (f != std::string::npos) truth.frame_count = std::stoll(line.substr(f + 7));
       continue;
     }
     unsigned long long count = 0, timestamp = 0, frame = 0;

@@ -110,6 +110,7 @@ struct TruthBox {
 struct GroundTruth {
   int width = 0;
   int height = 0;
+  int64_t frame_count = 0;
   std::map<uint64_t, std::vector<TruthBox>> frames;
 };
 GroundTruth ReadGroundTruth(const std::string& path = kGroundTruth);

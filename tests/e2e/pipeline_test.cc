@@ -50,7 +50,9 @@ std::set<int> TrackingIds(const std::vector<EventRecord>& events) {
   return ids;
 }
 
-size_t Reloads() { return DaemonLogLines("Reload config").size(); }
+size_t Reloads() {
+  return DaemonLogLines("Reload config").size();
+}
 
 TEST(PipelineLoop, ReloadsAtStartAndAfterASettingsChangeWithIdsFromZeroAgain) {
   SetUpRun("realtime");
@@ -64,8 +66,7 @@ TEST(PipelineLoop, ReloadsAtStartAndAfterASettingsChangeWithIdsFromZeroAgain) {
   const size_t before = run.Read().events.size();
   ASSERT_TRUE(run.WaitForEvents(before + 10, seconds(10)));
   const Transcript transcript = run.Read();
-  const std::vector<EventRecord> after(transcript.events.begin() + before,
-                                       transcript.events.end());
+  const std::vector<EventRecord> after(transcript.events.begin() + before, transcript.events.end());
   EXPECT_EQ(TrackingIds(after), std::set<int>{0}) << "the new tracker counts from 0 again";
 
   run.Stop();
@@ -75,8 +76,9 @@ TEST(PipelineLoop, ReloadsAtStartAndAfterASettingsChangeWithIdsFromZeroAgain) {
 }
 
 TEST(PipelineLoop, FiveFailedReadsInARowStopTheDaemon) {
-  SetUpRun("fast",
-           R"("faults": [{"call": "hd_videoproc_pull_out_buf", "code": -10, "nth": 1, "count": 5}])");
+  SetUpRun(
+      "fast",
+      R"("faults": [{"call": "hd_videoproc_pull_out_buf", "code": -10, "nth": 1, "count": 5}])");
   StandInRun run;
   ASSERT_TRUE(run.WaitForEnd(seconds(30))) << DaemonOutput();
 

@@ -25,7 +25,9 @@ using testing::ReadFileOrEmpty;
 constexpr uint32_t kFrameWidth = 640;
 constexpr uint32_t kFrameHeight = 360;
 
-std::string SnapshotPath(int id) { return kSnapshotPathPrefix + std::to_string(id); }
+std::string SnapshotPath(int id) {
+  return kSnapshotPathPrefix + std::to_string(id);
+}
 
 bool WriteFile(const std::string& path, const std::string& text) {
   std::ofstream file(path, std::ios::binary | std::ios::trunc);
