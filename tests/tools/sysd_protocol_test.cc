@@ -1,6 +1,10 @@
 // The stand-in's reading of the wire: framing with header checks, heartbeat and event decoding,
 // and how objects are described.
 #include <gtest/gtest.h>
+#include <jansson.h>
+#include <time.h>
+
+#include <cstdio>
 
 #include <cstring>
 #include <string>
@@ -140,6 +144,44 @@ TEST(DescribeObject, NamesClassIdTriggersAndFenceDirection) {
   o.flags = 2;
   o.class_code = 9;
   EXPECT_EQ(DescribeObject(o), "class9 #42 90% (0.00,0.00)-(0.00,0.00) snap 7 FENCE-2");
+}
+
+double WallSeconds() {
+  timespec now;
+  clock_gettime(CLOCK_REALTIME, &now);
+  return static_cast<double>(now.tv_sec) + now.tv_nsec / 1e9;
+}
+
+TEST(JsonLines, CarryTheTimeToTheMillisecondAndBoxesAsSent) {
+  std::FILE* out = std::tmpfile();
+  ASSERT_NE(out, nullptr);
+  Printer printer(out, /*json=*/true, /*color=*/false);
+  Event event;
+  event.type = kObjectDetectionEvent;
+  event.count = 1;
+  EventObject o;
+  o.confidence = 0.85f;
+  o.box[0] = 0.62f;
+  o.box[3] = 1.0f;
+  event.objects.push_back(o);
+  const double before = WallSeconds();
+  printer.EventLine(3, event);
+  const double after = WallSeconds();
+
+  std::rewind(out);
+  char line[1024] = {};
+  ASSERT_NE(std::fgets(line, sizeof(line), out), nullptr);
+  std::fclose(out);
+  json_t* record = json_loads(line, 0, nullptr);
+  ASSERT_NE(record, nullptr) << line;
+  const double time = json_number_value(json_object_get(record, "time"));
+  EXPECT_GE(time, before - 0.001) << line;
+  EXPECT_LE(time, after + 0.001) << line;
+  json_t* item = json_array_get(json_object_get(record, "objects"), 0);
+  EXPECT_EQ(json_number_value(json_object_get(item, "confidence")), 0.85);
+  EXPECT_EQ(json_number_value(json_array_get(json_object_get(item, "box"), 0)), 0.62);
+  EXPECT_EQ(json_number_value(json_array_get(json_object_get(item, "box"), 3)), 1.0);
+  json_decref(record);
 }
 
 }  // namespace

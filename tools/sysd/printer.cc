@@ -3,6 +3,8 @@
 #include <jansson.h>
 #include <time.h>
 
+#include <cmath>
+
 namespace mirvane {
 namespace sysd {
 namespace {
@@ -30,9 +32,16 @@ double WallSeconds() {
   return static_cast<double>(now.tv_sec) + now.tv_nsec / 1e9;
 }
 
+// Reals are printed with 15 significant digits: the wall-clock time to the millisecond needs 13.
+// Single-precision values are rounded to six decimals first, so that they print as they were
+// meant (0.62, not 0.620000005).
+constexpr int kRealDigits = 15;
+
+json_t* Real(double value, double unit) { return json_real(std::round(value / unit) * unit); }
+
 json_t* Record(const char* kind, int client) {
   json_t* object = json_object();
-  json_object_set_new(object, "time", json_real(WallSeconds()));
+  json_object_set_new(object, "time", Real(WallSeconds(), 1e-3));
   json_object_set_new(object, "kind", json_string(kind));
   if (client >= 0) json_object_set_new(object, "client", json_integer(client));
   return object;
@@ -73,7 +82,7 @@ void Printer::Text(const char* color, const std::string& kind, const std::string
 
 void Printer::Json(void* object) {
   json_t* record = static_cast<json_t*>(object);
-  char* text = json_dumps(record, JSON_COMPACT | JSON_REAL_PRECISION(9));
+  char* text = json_dumps(record, JSON_COMPACT | JSON_REAL_PRECISION(kRealDigits));
   if (text != nullptr) {
     std::fprintf(out_, "%s\n", text);
     std::fflush(out_);
@@ -147,8 +156,10 @@ void Printer::EventLine(int client, const Event& event) {
       json_object_set_new(item, "flags", json_integer(o.flags));
       json_object_set_new(item, "region", json_boolean(o.flags & 1));
       json_object_set_new(item, "fence", json_integer(FenceDirection(o.flags)));
-      json_object_set_new(item, "confidence", json_real(o.confidence));
-      json_object_set_new(item, "box", json_pack("[ffff]", o.box[0], o.box[1], o.box[2], o.box[3]));
+      json_object_set_new(item, "confidence", Real(o.confidence, 1e-6));
+      json_t* box = json_array();
+      for (float corner : o.box) json_array_append_new(box, Real(corner, 1e-6));
+      json_object_set_new(item, "box", box);
       json_array_append_new(objects, item);
     }
     json_object_set_new(record, "objects", objects);
