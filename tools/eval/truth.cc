@@ -120,13 +120,15 @@ bool ParseInteger(const std::string& text, int64_t* value) {
   return true;
 }
 
-// "# scene=default width=640 height=360 fps=25 frames=1000": the numbers it names.
-void ReadCsvHeader(const std::string& line, std::map<std::string, double>* values) {
+// "# scene=default width=640 height=360 fps=25 frames=1000": the numbers it names, and the scene.
+void ReadCsvHeader(const std::string& line, std::map<std::string, double>* values,
+                   std::string* scene) {
   std::stringstream in(line.substr(1));
   std::string token;
   while (in >> token) {
     const size_t equals = token.find('=');
     if (equals == std::string::npos) continue;
+    if (token.compare(0, equals, "scene") == 0) *scene = token.substr(equals + 1);
     char* end = nullptr;
     const std::string number = token.substr(equals + 1);
     const double value = std::strtod(number.c_str(), &end);
@@ -179,7 +181,7 @@ bool SimulationCsvTruthReader::Read(const std::string& text, GroundTruth* truth,
   FramesByTimestamp frames;
   const bool ok = ForEachLine(text, [&](const std::string& line, size_t number) {
     if (line[0] == '#') {
-      ReadCsvHeader(line, &header);
+      ReadCsvHeader(line, &header, &truth->scene);
       return true;
     }
     const std::vector<std::string> fields = SplitCommas(line);
@@ -224,6 +226,8 @@ bool SimulationCsvTruthReader::Read(const std::string& text, GroundTruth* truth,
   });
   if (!ok) return false;
   truth->fps = header.count("fps") != 0 ? header["fps"] : 0.0;
+  truth->width = static_cast<int>(header["width"]);
+  truth->height = static_cast<int>(header["height"]);
   Finish(&frames, truth);
   return true;
 }

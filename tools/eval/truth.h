@@ -42,6 +42,10 @@ struct TruthFrame {
 struct GroundTruth {
   std::vector<TruthFrame> frames;  // by timestamp, one per timestamp
   double fps = 0;                  // 0 when unknown
+  // The simulation's scene name and picture size, when the file names them (the CSV's "#" line).
+  std::string scene;
+  int width = 0;
+  int height = 0;
   // True when the file lists frames without objects too, so that a timestamp it does not list
   // was not a frame of the run.
   bool lists_empty_frames = false;

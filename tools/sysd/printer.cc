@@ -37,7 +37,9 @@ double WallSeconds() {
 // meant (0.62, not 0.620000005).
 constexpr int kRealDigits = 15;
 
-json_t* Real(double value, double unit) { return json_real(std::round(value / unit) * unit); }
+json_t* Real(double value, double unit) {
+  return json_real(std::round(value / unit) * unit);
+}
 
 json_t* Record(const char* kind, int client) {
   json_t* object = json_object();
@@ -62,8 +64,10 @@ std::string DescribeObject(const EventObject& o) {
   std::string result = text;
   if (o.flags & 1) result += " REGION";
   const int fence = FenceDirection(o.flags);
-  if (fence == 3) result += " FENCE-1+2";
-  else if (fence != 0) result += " FENCE-" + std::to_string(fence);
+  if (fence == 3)
+    result += " FENCE-1+2";
+  else if (fence != 0)
+    result += " FENCE-" + std::to_string(fence);
   return result;
 }
 
@@ -144,7 +148,8 @@ void Printer::EventLine(int client, const Event& event) {
   if (event.objects.empty()) ++stats_.empty_events;
   if (json_) {
     json_t* record = Record("event", client);
-    json_object_set_new(record, "timestamp", json_integer(static_cast<json_int_t>(event.timestamp)));
+    json_object_set_new(record, "timestamp",
+                        json_integer(static_cast<json_int_t>(event.timestamp)));
     json_object_set_new(record, "count", json_integer(event.count));
     json_t* objects = json_array();
     for (const EventObject& o : event.objects) {
@@ -200,8 +205,9 @@ void Printer::Command(int client, uint32_t cmd, size_t length, const std::string
     json_object_set_new(record, "detail", json_string(detail.c_str()));
     return Json(record);
   }
-  Text(kCyan, "command", std::string("'") + letter + "' " + std::to_string(length) + " bytes" +
-                             (detail.empty() ? "" : ": " + detail));
+  Text(kCyan, "command",
+       std::string("'") + letter + "' " + std::to_string(length) + " bytes" +
+           (detail.empty() ? "" : ": " + detail));
 }
 
 void Printer::Note(const std::string& note) {
@@ -218,32 +224,40 @@ void Printer::Summary(const std::string& snapshot_prefix) {
   if (json_) {
     json_t* record = Record("summary", -1);
     json_object_set_new(record, "events", json_integer(static_cast<json_int_t>(s.events)));
-    json_object_set_new(record, "empty_events", json_integer(static_cast<json_int_t>(s.empty_events)));
+    json_object_set_new(record, "empty_events",
+                        json_integer(static_cast<json_int_t>(s.empty_events)));
     json_object_set_new(record, "objects", json_integer(static_cast<json_int_t>(s.objects)));
-    json_object_set_new(record, "tracks", json_integer(static_cast<json_int_t>(s.tracking_ids.size())));
-    json_object_set_new(record, "region_triggers", json_integer(static_cast<json_int_t>(s.region_triggers)));
-    json_object_set_new(record, "fence_triggers", json_integer(static_cast<json_int_t>(s.fence_triggers)));
-    json_object_set_new(record, "snapshots", json_integer(static_cast<json_int_t>(s.snapshot_ids.size())));
-    json_object_set_new(record, "heartbeats", json_integer(static_cast<json_int_t>(s.heartbeats_alive + s.heartbeats_released)));
+    json_object_set_new(record, "tracks",
+                        json_integer(static_cast<json_int_t>(s.tracking_ids.size())));
+    json_object_set_new(record, "region_triggers",
+                        json_integer(static_cast<json_int_t>(s.region_triggers)));
+    json_object_set_new(record, "fence_triggers",
+                        json_integer(static_cast<json_int_t>(s.fence_triggers)));
+    json_object_set_new(record, "snapshots",
+                        json_integer(static_cast<json_int_t>(s.snapshot_ids.size())));
+    json_object_set_new(
+        record, "heartbeats",
+        json_integer(static_cast<json_int_t>(s.heartbeats_alive + s.heartbeats_released)));
     json_object_set_new(record, "restarts", json_integer(static_cast<json_int_t>(s.restarts)));
-    json_object_set_new(record, "dropped_clients", json_integer(static_cast<json_int_t>(s.dropped_clients)));
+    json_object_set_new(record, "dropped_clients",
+                        json_integer(static_cast<json_int_t>(s.dropped_clients)));
     return Json(record);
   }
   FlushEmptyRun();
-  std::fprintf(out_,
-               "\nsummary: %llu events (%llu without objects), %llu objects in %zu tracks\n"
-               "         region triggers %llu, fence triggers %llu\n"
-               "         %zu snapshot ids used (files %s<id>)\n"
-               "         heartbeats %llu alive, %llu released; restarts %llu; dropped clients %llu\n",
-               static_cast<unsigned long long>(s.events),
-               static_cast<unsigned long long>(s.empty_events),
-               static_cast<unsigned long long>(s.objects), s.tracking_ids.size(),
-               static_cast<unsigned long long>(s.region_triggers),
-               static_cast<unsigned long long>(s.fence_triggers), s.snapshot_ids.size(),
-               snapshot_prefix.c_str(), static_cast<unsigned long long>(s.heartbeats_alive),
-               static_cast<unsigned long long>(s.heartbeats_released),
-               static_cast<unsigned long long>(s.restarts),
-               static_cast<unsigned long long>(s.dropped_clients));
+  std::fprintf(
+      out_,
+      "\nsummary: %llu events (%llu without objects), %llu objects in %zu tracks\n"
+      "         region triggers %llu, fence triggers %llu\n"
+      "         %zu snapshot ids used (files %s<id>)\n"
+      "         heartbeats %llu alive, %llu released; restarts %llu; dropped clients %llu\n",
+      static_cast<unsigned long long>(s.events), static_cast<unsigned long long>(s.empty_events),
+      static_cast<unsigned long long>(s.objects), s.tracking_ids.size(),
+      static_cast<unsigned long long>(s.region_triggers),
+      static_cast<unsigned long long>(s.fence_triggers), s.snapshot_ids.size(),
+      snapshot_prefix.c_str(), static_cast<unsigned long long>(s.heartbeats_alive),
+      static_cast<unsigned long long>(s.heartbeats_released),
+      static_cast<unsigned long long>(s.restarts),
+      static_cast<unsigned long long>(s.dropped_clients));
   std::fflush(out_);
 }
 

@@ -25,36 +25,59 @@ std::string FieldText(const std::vector<uint8_t>& body, size_t offset, size_t si
 
 bool BoundOf(uint32_t cmd, BodyBound* bound) {
   switch (cmd) {
-    case SYSAPI_CMD_EVENT: *bound = {SYSAPI_EVENT_PAYLOAD_SIZE, SYSAPI_EVENT_PAYLOAD_SIZE}; break;
+    case SYSAPI_CMD_EVENT:
+      *bound = {SYSAPI_EVENT_PAYLOAD_SIZE, SYSAPI_EVENT_PAYLOAD_SIZE};
+      break;
     case SYSAPI_CMD_WDG_ALIVE:
-    case SYSAPI_CMD_WDG_RELEASE: *bound = {SYSAPI_WDG_BODY_SIZE, SYSAPI_WDG_BODY_SIZE}; break;
+    case SYSAPI_CMD_WDG_RELEASE:
+      *bound = {SYSAPI_WDG_BODY_SIZE, SYSAPI_WDG_BODY_SIZE};
+      break;
     case SYSAPI_CMD_EVENT_REG:
       *bound = {SYSAPI_EVENT_REG_BODY_SIZE, SYSAPI_EVENT_REG_BODY_SIZE};
       break;
-    case SYSAPI_CMD_BUZZER: *bound = {SYSAPI_BUZZER_BODY_SIZE, SYSAPI_BUZZER_BODY_SIZE}; break;
+    case SYSAPI_CMD_BUZZER:
+      *bound = {SYSAPI_BUZZER_BODY_SIZE, SYSAPI_BUZZER_BODY_SIZE};
+      break;
     case SYSAPI_CMD_REBOOT:
-    case SYSAPI_CMD_SETIME: *bound = {SYSAPI_TEXT_BODY_SIZE, SYSAPI_TEXT_BODY_SIZE}; break;
-    case SYSAPI_CMD_RESET_CONF: *bound = {SYSAPI_TEXT_BODY_SIZE, SYSAPI_MAX_BODY_SIZE}; break;
+    case SYSAPI_CMD_SETIME:
+      *bound = {SYSAPI_TEXT_BODY_SIZE, SYSAPI_TEXT_BODY_SIZE};
+      break;
+    case SYSAPI_CMD_RESET_CONF:
+      *bound = {SYSAPI_TEXT_BODY_SIZE, SYSAPI_MAX_BODY_SIZE};
+      break;
     case SYSAPI_CMD_BACKUP_CONF:
-    case SYSAPI_CMD_RESTORE_CONF: *bound = {1, 4096}; break;
+    case SYSAPI_CMD_RESTORE_CONF:
+      *bound = {1, 4096};
+      break;
     case SYSAPI_CMD_RESTART_APP:
       *bound = {SYSAPI_RESTART_APP_BODY_SIZE, SYSAPI_RESTART_APP_BODY_SIZE};
       break;
-    case SYSAPI_CMD_STORAGE: *bound = {SYSAPI_STORAGE_BODY_SIZE, SYSAPI_STORAGE_BODY_SIZE}; break;
+    case SYSAPI_CMD_STORAGE:
+      *bound = {SYSAPI_STORAGE_BODY_SIZE, SYSAPI_STORAGE_BODY_SIZE};
+      break;
     case SYSAPI_CMD_LED:
-    case SYSAPI_CMD_DOUT: *bound = {SYSAPI_LED_BODY_SIZE, SYSAPI_LED_BODY_SIZE}; break;
+    case SYSAPI_CMD_DOUT:
+      *bound = {SYSAPI_LED_BODY_SIZE, SYSAPI_LED_BODY_SIZE};
+      break;
     case SYSAPI_CMD_IRLED:
     case SYSAPI_CMD_ICR:
     case SYSAPI_CMD_LIGHTSENSOR:
     case SYSAPI_CMD_RESETBUTTON:
     case SYSAPI_CMD_RESET_ENV_SENSOR:
-    case SYSAPI_CMD_UPNP_UPDATE: *bound = {SYSAPI_WORD_BODY_SIZE, SYSAPI_WORD_BODY_SIZE}; break;
+    case SYSAPI_CMD_UPNP_UPDATE:
+      *bound = {SYSAPI_WORD_BODY_SIZE, SYSAPI_WORD_BODY_SIZE};
+      break;
     case SYSAPI_CMD_UPNP_CUSTOM_INFO:
       *bound = {SYSAPI_UPNP_CUSTOM_INFO_BODY_SIZE, SYSAPI_UPNP_CUSTOM_INFO_BODY_SIZE};
       break;
-    case SYSAPI_CMD_RUN_APP: *bound = {SYSAPI_RUN_APP_BODY_SIZE, SYSAPI_RUN_APP_BODY_SIZE}; break;
-    case SYSAPI_CMD_SNAPSHOT: *bound = {1, 64}; break;
-    default: return false;
+    case SYSAPI_CMD_RUN_APP:
+      *bound = {SYSAPI_RUN_APP_BODY_SIZE, SYSAPI_RUN_APP_BODY_SIZE};
+      break;
+    case SYSAPI_CMD_SNAPSHOT:
+      *bound = {1, 64};
+      break;
+    default:
+      return false;
   }
   return true;
 }
@@ -96,8 +119,8 @@ Heartbeat DecodeHeartbeat(uint32_t cmd, const std::vector<uint8_t>& body) {
   Heartbeat beat;
   beat.alive = cmd == SYSAPI_CMD_WDG_ALIVE;
   beat.name = FieldText(body, SYSAPI_WDG_NAME_OFFSET, SYSAPI_WDG_COMMAND_OFFSET);
-  beat.restart_command = FieldText(body, SYSAPI_WDG_COMMAND_OFFSET,
-                                   SYSAPI_WDG_BODY_SIZE - SYSAPI_WDG_COMMAND_OFFSET);
+  beat.restart_command =
+      FieldText(body, SYSAPI_WDG_COMMAND_OFFSET, SYSAPI_WDG_BODY_SIZE - SYSAPI_WDG_COMMAND_OFFSET);
   return beat;
 }
 

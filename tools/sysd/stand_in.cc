@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "printer.h"
+#include "snapshot_keeper.h"
 #include "protocol.h"
 #include "supervisor.h"
 #include "sysapi.h"
@@ -65,7 +66,11 @@ class StandIn {
   explicit StandIn(const StandInOptions& options)
       : options_(options),
         printer_(stdout, options.json, options.color),
-        supervisor_({!options.restart_command.empty(), options.heartbeat_timeout_s, 1.0}) {}
+        supervisor_({!options.restart_command.empty(), options.heartbeat_timeout_s, 1.0}) {
+    if (!options.keep_snapshots.empty()) {
+      keeper_ = std::make_unique<SnapshotKeeper>(options.snapshot_prefix, options.keep_snapshots);
+    }
+  }
   ~StandIn();
   StandIn(const StandIn&) = delete;
   StandIn& operator=(const StandIn&) = delete;
@@ -93,6 +98,7 @@ class StandIn {
   StandInOptions options_;
   Printer printer_;
   Supervisor supervisor_;
+  std::unique_ptr<SnapshotKeeper> keeper_;  // when snapshots are kept
   struct ev_loop* loop_ = nullptr;
   int listen_fd_ = -1;
   int next_client_id_ = 1;
@@ -213,6 +219,10 @@ bool StandIn::Handle(Client* client, const Message& message) {
       std::string error;
       if (DecodeEvent(message.body, &event, &error)) {
         printer_.EventLine(client->id, event);
+        if (keeper_) {
+          const std::string note = keeper_->Keep(event);
+          if (!note.empty()) printer_.Note(note);
+        }
       } else {
         printer_.BadEvent(client->id, error);
       }
@@ -227,7 +237,8 @@ bool StandIn::Handle(Client* client, const Message& message) {
       Supervise();
       return true;
     }
-    default: break;
+    default:
+      break;
   }
   std::string detail;
   const std::string reply = Answer(message, &detail);
@@ -271,7 +282,9 @@ std::string StandIn::Answer(const Message& m, std::string* detail) {
     case SYSAPI_CMD_SNAPSHOT:
       *detail = "snapshot request \"" + Text(m.body) + "\" (no picture on this host)";
       return Reply(m.cmd, nullptr, 0);
-    case SYSAPI_CMD_BUZZER: *detail = std::to_string(WordAt(m.body, 4)) + " beeps"; break;
+    case SYSAPI_CMD_BUZZER:
+      *detail = std::to_string(WordAt(m.body, 4)) + " beeps";
+      break;
     case SYSAPI_CMD_RESET_CONF:
       *detail = "reset configuration, keep " + Text(m.body, SYSAPI_TEXT_BODY_SIZE);
       break;
@@ -280,8 +293,12 @@ std::string StandIn::Answer(const Message& m, std::string* detail) {
     case SYSAPI_CMD_RESTART_APP:
     case SYSAPI_CMD_SETIME:
     case SYSAPI_CMD_RUN_APP:
-    case SYSAPI_CMD_UPNP_CUSTOM_INFO: *detail = "\"" + Text(m.body) + "\""; break;
-    default: *detail = "value " + std::to_string(WordAt(m.body, 0)); break;
+    case SYSAPI_CMD_UPNP_CUSTOM_INFO:
+      *detail = "\"" + Text(m.body) + "\"";
+      break;
+    default:
+      *detail = "value " + std::to_string(WordAt(m.body, 0));
+      break;
   }
   return std::string();
 }

@@ -24,6 +24,7 @@ struct StandInOptions {
   int max_clients = 64;
   std::string daemon_output;  // file that takes the started daemon's output; empty: ours
   std::string snapshot_prefix = "/tmp/zarn_ai_snapshot_";
+  std::string keep_snapshots;  // directory that takes copies of the snapshots; empty: none
 };
 
 // Runs until stopped; returns the process exit code (0, or 1 when the socket cannot be served).

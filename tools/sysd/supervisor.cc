@@ -26,7 +26,9 @@ void Supervisor::OnChildStarted(double now) {
   last_beat_ = now;  // a daemon that never sends a heartbeat times out like a hung one
 }
 
-void Supervisor::OnChildExited() { child_running_ = false; }
+void Supervisor::OnChildExited() {
+  child_running_ = false;
+}
 
 SupervisorDecision Supervisor::Poll(double now) {
   SupervisorDecision decision;
