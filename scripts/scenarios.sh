@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The scenario suite: runs every shipped scene through the daemon on the host simulation (demo
-# rules, the installed model with its imperfections) and prints the tracking metrics per scene.
-#   scripts/scenarios.sh [SCENE...]     results in build/scenarios/
+# rules, the installed model with its imperfections), prints the tracking metrics per scene and
+# makes the visual report of all of them.
+#   scripts/scenarios.sh [SCENE...]     results in build/scenarios/, report build/scenarios/report/index.html
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=${MIRVANE_BUILD_DIR:-$root/build}
@@ -18,4 +19,9 @@ for scene in "${scenes[@]}"; do
     bash "$root/scripts/scenario-inside.sh" "$root" "$build" "$scene" "$out"
   cat "$out/$scene.metrics.txt"
 done
+runs=()
+for scene in "${scenes[@]}"; do runs+=("$out/$scene"); done
+"$build/tools/report/mirvane-report" --out "$out/report" --settings "$root/scripts/demo-settings.json" \
+  "${runs[@]}"
 echo "events, ground truth and metrics: $out"
+echo "open in a browser: $out/report/index.html"
