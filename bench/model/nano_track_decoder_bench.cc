@@ -1,10 +1,13 @@
 // Decoder cost per frame on synthetic network outputs. The runs with a fixed iteration count are
 // for instruction counts:
 //   valgrind --tool=callgrind --toggle-collect='mirvane::Decode(*' nano_track_decoder_bench
-//     --benchmark_filter='BusyFrame/35/iterations'
-// gives the instructions of that many decoded frames.
+//     --benchmark_filter='DecodeBusyFrame/35/iterations'
+// gives the instructions of that many decoded frames; with --toggle-collect='*DecodeThenTrack(*'
+// and --benchmark_filter='DecodeAndTrackBusyFrame/35/iterations' those of the whole chain after
+// inference.
 #include <benchmark/benchmark.h>
 
+#include "bin/obj_detect_tracker.h"
 #include "model/nano_track_decoder.h"
 #include "model/nano_track_synthetic.h"
 
@@ -49,6 +52,37 @@ void BM_DecodeEveryCellPasses(benchmark::State& state) {
 }
 BENCHMARK(BM_DecodeEveryCellPasses);
 BENCHMARK(BM_DecodeEveryCellPasses)->Iterations(kCountedIterations);
+
+// What the pipeline does per frame after inference: decode the outputs, then track the boxes.
+__attribute__((noinline)) size_t DecodeThenTrack(const NanoTrackDecoderParams& params,
+                                                 const NanoTrackOutputs& outputs,
+                                                 dva::ObjDetectTracker* tracker, uint64_t frame) {
+  const DetectionsPerClass detections = Decode(params, outputs, kSourceWidth, kSourceHeight);
+  const TrackResult result = tracker->Update(detections, kSourceWidth, kSourceHeight, frame);
+  size_t objects = 0;
+  for (const auto& list : result.objects) objects += list.size();
+  return objects;
+}
+
+// The busy frame over and over, at the detection threshold of the argument and the default
+// tracking threshold: after the first frame every box continues a track.
+void BM_DecodeAndTrackBusyFrame(benchmark::State& state) {
+  constexpr float kTrackingThreshold = 0.6f;
+  const testing_model::SyntheticFrame frame = testing_model::MakeBusyFrame(50, 7);
+  const NanoTrackOutputs outputs = frame.outputs.Views();
+  const float threshold = static_cast<float>(state.range(0)) / 100.0f;  // the params refer to it
+  const NanoTrackDecoderParams params(threshold);
+  dva::ObjDetectTracker tracker(kNanoTrackClassCount, kTrackingThreshold);
+  uint64_t index = 0;
+  size_t objects = 0;
+  for (auto _ : state) {
+    objects = DecodeThenTrack(params, outputs, &tracker, ++index);
+    benchmark::DoNotOptimize(objects);
+  }
+  state.counters["tracked"] = static_cast<double>(objects);
+}
+BENCHMARK(BM_DecodeAndTrackBusyFrame)->Arg(35);
+BENCHMARK(BM_DecodeAndTrackBusyFrame)->Arg(35)->Iterations(kCountedIterations);
 
 }  // namespace
 }  // namespace mirvane
