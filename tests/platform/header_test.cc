@@ -14,20 +14,16 @@ extern "C" int mirvane_platform_header_check_c(void);
 
 namespace {
 
-TEST(PlatformHeaders, CAndCxxAgreeOnTheScaleRequest) {
-  EXPECT_EQ(static_cast<size_t>(mirvane_platform_header_check_c()), sizeof(HD_GFX_SCALE));
-}
+static_assert(static_cast<UINT32>(HD_VIDEO_PXLFMT_AI_SINT16) == 0xa1100000u, "");
+static_assert((static_cast<UINT32>(HD_VIDEO_PXLFMT_AI_SINT16) & HD_VIDEO_PXLFMT_FRAC_MASK) == 0,
+              "");
+static_assert(static_cast<UINT32>(HD_VIDEO_PXLFMT_YUV420) == 0x520c0420u, "");
 
-TEST(PlatformHeaders, PathIdsOutsideTheParameterEnumCastWithoutLoss) {
+TEST(PlatformHeaders, CAndCxxAgreeAndPathIdsOutsideTheEnumCastWithoutLoss) {
+  EXPECT_EQ(static_cast<size_t>(mirvane_platform_header_check_c()), sizeof(HD_GFX_SCALE));
   const UINT32 output0_of_layer132 = 0xA0000000u | (0u & 0xFFFu) << 16 | (132u & 0xFFFFu);
   const auto id = static_cast<VENDOR_AI_NET_PARAM_ID>(output0_of_layer132);
   EXPECT_EQ(static_cast<UINT32>(id), 0xa0000084u);
-}
-
-TEST(PlatformHeaders, PixelFormatWordsKeepTheirBits) {
-  EXPECT_EQ(static_cast<UINT32>(HD_VIDEO_PXLFMT_AI_SINT16), 0xa1100000u);
-  EXPECT_EQ(static_cast<UINT32>(HD_VIDEO_PXLFMT_AI_SINT16) & HD_VIDEO_PXLFMT_FRAC_MASK, 0u);
-  EXPECT_EQ(static_cast<UINT32>(HD_VIDEO_PXLFMT_YUV420), 0x520c0420u);
 }
 
 }  // namespace

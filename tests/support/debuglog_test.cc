@@ -19,10 +19,6 @@ void WriteText(const std::string& path, const std::string& text) {
   std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
 }
 
-// What RotateFile keeps of the file, without the line that it appends about itself when the
-// rotated file is the debug log.
-std::string Lines(const std::string& path) { return ReadFileOrEmpty(path); }
-
 TEST(Categories, AreFoundByExactName) {
   EXPECT_EQ(GetOperationCategoryIndex("Connection"), 0);
   EXPECT_EQ(GetOperationCategoryIndex("Edge Recording"), 3);
@@ -56,20 +52,24 @@ TEST(WriteLog, MissingDirectoryIsReportedAndCreateLogFileMakesIt) {
   EXPECT_NE(ReadFileOrEmpty(DEBUG_LOG_PATH).find("kept\n"), std::string::npos);
 }
 
-TEST(RotateFile, DropsWholeLinesFromTheHead) {
-  const std::string path = "/tmp/rotate-me.log";
-  WriteText(path, "first\nsecond\nthird\n");
-  EXPECT_EQ(RotateFile(path.c_str(), 1), 6);  // one byte is enough to lose the whole first line
-  EXPECT_EQ(Lines(path), "second\nthird\n");
-  EXPECT_EQ(RotateFile(path.c_str(), 8), 13);  // 7 bytes of "second\n" are not enough
-  EXPECT_EQ(Lines(path), "");
-}
-
-TEST(RotateFile, GivesTheLastLineItsLineFeedBack) {
-  const std::string path = "/tmp/rotate-tail.log";
-  WriteText(path, "a\nno-newline");
-  EXPECT_EQ(RotateFile(path.c_str(), 0), 0);
-  EXPECT_EQ(Lines(path), "a\nno-newline\n");
+TEST(RotateFile, DropsWholeLinesFromTheHeadAndEndsTheLastLine) {
+  const struct {
+    const char* before;
+    int bytes;
+    int dropped;
+    const char* after;
+  } cases[] = {
+      {"first\nsecond\nthird\n", 1, 6, "second\nthird\n"},  // one byte costs the whole line
+      {"second\nthird\n", 8, 13, ""},                       // 7 bytes of "second\n" are not enough
+      {"a\nno-newline", 0, 0, "a\nno-newline\n"},
+  };
+  const char path[] = "/tmp/rotate-me.log";
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.before);
+    WriteText(path, c.before);
+    EXPECT_EQ(RotateFile(path, c.bytes), c.dropped);
+    EXPECT_EQ(ReadFileOrEmpty(path), c.after);
+  }
 }
 
 TEST(RotateLogFileBySize, LeavesASmallFileAloneAndTrimsOneByteOver) {

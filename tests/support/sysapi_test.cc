@@ -1,17 +1,17 @@
-// The system API client against real peers on UNIX sockets: connection handling of the kept
-// sockets, the request/reply checks, event registration and reception, and body layouts.
+// The system API client against real peers on UNIX sockets: the kept event socket, the
+// request/reply checks, event registration and reception, and body layouts.
 #include "sysapi.h"
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <cstring>
+#include <functional>
 #include <string>
-#include <thread>
 
+#include "one_shot_server.h"
 #include "pdebug.h"
 #include "testing/child_process.h"
 #include "testing/system_peer.h"
@@ -21,17 +21,23 @@ namespace {
 
 using std::chrono::seconds;
 using testing::ChildResult;
+using testing::OneShotServer;
 using testing::PeerMessage;
 using testing::RunInChild;
 using testing::SystemPeer;
 using testing::WaitUntil;
+
+constexpr char kPath[] = "/tmp/ipc-test";
+constexpr uint32_t kSync = SYSTEMD_COMMAND_PACKET_SYNC_CODE;
 
 std::string Header(uint32_t sync, uint32_t cmd, uint32_t len) {
   const cmd_hdr hdr = {sync, cmd, len};
   return std::string(reinterpret_cast<const char*>(&hdr), sizeof(hdr));
 }
 
-std::string Word(int32_t value) { return std::string(reinterpret_cast<const char*>(&value), 4); }
+std::string Word(int32_t value) {
+  return std::string(reinterpret_cast<const char*>(&value), 4);
+}
 
 uint32_t WordAt(const std::vector<uint8_t>& body, size_t offset) {
   uint32_t value = 0;
@@ -39,48 +45,9 @@ uint32_t WordAt(const std::vector<uint8_t>& body, size_t offset) {
   return value;
 }
 
-// Serves one client: reads one whole request, writes reply, closes.
-class OneShotServer {
- public:
-  OneShotServer(const std::string& path, std::string reply) : path_(path) {
-    unlink(path.c_str());
-    listen_fd_ = socket(AF_UNIX, SOCK_STREAM, 0);
-    sockaddr_un addr = {};
-    addr.sun_family = AF_UNIX;
-    std::snprintf(addr.sun_path, sizeof(addr.sun_path), "%s", path.c_str());
-    EXPECT_EQ(bind(listen_fd_, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)), 0);
-    EXPECT_EQ(listen(listen_fd_, 1), 0);
-    thread_ = std::thread([this, reply] {
-      const int fd = accept(listen_fd_, nullptr, nullptr);
-      cmd_hdr hdr;
-      if (recv(fd, &hdr, sizeof(hdr), MSG_WAITALL) == sizeof(hdr)) {
-        request_.resize(hdr.len);
-        if (hdr.len > 0) (void)!recv(fd, &request_[0], hdr.len, MSG_WAITALL);
-      }
-      (void)!send(fd, reply.data(), reply.size(), MSG_NOSIGNAL);
-      close(fd);
-    });
-  }
-  ~OneShotServer() {
-    if (thread_.joinable()) thread_.join();
-    close(listen_fd_);
-    unlink(path_.c_str());
-  }
-  const std::string& request() {  // valid once the client call has returned
-    if (thread_.joinable()) thread_.join();
-    return request_;
-  }
-
- private:
-  std::string path_;
-  int listen_fd_ = -1;
-  std::string request_;
-  std::thread thread_;
-};
-
-constexpr char kPath[] = "/tmp/ipc-test";
-
-// ---- Kept sockets ----
+bool Contains(const std::string& text, const char* part) {
+  return text.find(part) != std::string::npos;
+}
 
 TEST(EventCb, FailsWithoutPeerOnEveryCallAndConnectsOnceOneListens) {
   unsigned char payload[SYSAPI_EVENT_PAYLOAD_SIZE] = {0x81};
@@ -94,40 +61,27 @@ TEST(EventCb, FailsWithoutPeerOnEveryCallAndConnectsOnceOneListens) {
 }
 
 TEST(EventCb, AfterThePeerClosedOneCallFailsAndReportsThenTheNextReconnects) {
-  ChildResult result = RunInChild([] {
-    unsigned char payload[SYSAPI_EVENT_PAYLOAD_SIZE] = {0x81};
-    unlink(kPath);
-    if (sysapi_eventcb(kPath, payload) != -1) _exit(9);  // drops a socket left by earlier tests
-    SystemPeer peer(kPath);
-    if (sysapi_eventcb(kPath, payload) != 520) _exit(10);
-    WaitUntil([&] { return peer.Count(SYSAPI_CMD_EVENT) == 1; }, seconds(5));
-    peer.DropClients();
-    if (sysapi_eventcb(kPath, payload) != -1) _exit(11);
-    if (sysapi_eventcb(kPath, payload) != 520) _exit(12);
-  });
-  EXPECT_EQ(result.exit_code, 0);
-  EXPECT_NE(result.err.find("sysapi failed to send ev header"), std::string::npos) << result.err;
-  EXPECT_NE(result.err.find("## sysapi - ["), std::string::npos) << result.err;
-  EXPECT_NE(result.err.find(":sysapi.c:"), std::string::npos) << result.err;
-  EXPECT_NE(result.err.find("]: sysapi failed, type=0x81, socket="), std::string::npos)
-      << result.err;
-}
-
-TEST(EventCb, DebugLinesStayQuietBelowLevelZero) {
-  ChildResult result = RunInChild([] {
-    current_dbg_level = -1;
-    unsigned char payload[SYSAPI_EVENT_PAYLOAD_SIZE] = {};
-    unlink(kPath);
-    sysapi_eventcb(kPath, payload);  // drops a socket left by earlier tests
-    SystemPeer peer(kPath);
-    if (sysapi_eventcb(kPath, payload) != 520) _exit(10);
-    WaitUntil([&] { return peer.Count(SYSAPI_CMD_EVENT) == 1; }, seconds(5));
-    peer.DropClients();
-    if (sysapi_eventcb(kPath, payload) != -1) _exit(11);
-  });
-  EXPECT_EQ(result.exit_code, 0);
-  EXPECT_NE(result.err.find("sysapi failed to send ev header"), std::string::npos);
-  EXPECT_EQ(result.err.find("## "), std::string::npos) << result.err;
+  for (const int level : {0, -1}) {
+    SCOPED_TRACE(level);
+    const ChildResult result = RunInChild([level] {
+      current_dbg_level = level;
+      unsigned char payload[SYSAPI_EVENT_PAYLOAD_SIZE] = {0x81};
+      unlink(kPath);
+      if (sysapi_eventcb(kPath, payload) != -1) _exit(9);  // drops a socket left by earlier tests
+      SystemPeer peer(kPath);
+      if (sysapi_eventcb(kPath, payload) != 520) _exit(10);
+      WaitUntil([&] { return peer.Count(SYSAPI_CMD_EVENT) == 1; }, seconds(5));
+      peer.DropClients();
+      if (sysapi_eventcb(kPath, payload) != -1) _exit(11);
+      if (sysapi_eventcb(kPath, payload) != 520) _exit(12);
+    });
+    EXPECT_EQ(result.exit_code, 0);
+    EXPECT_TRUE(Contains(result.err, "sysapi failed to send ev header")) << result.err;
+    // The debug lines only while the level is not negative.
+    EXPECT_EQ(Contains(result.err, "## sysapi - ["), level >= 0) << result.err;
+    EXPECT_EQ(Contains(result.err, ":sysapi.c:"), level >= 0) << result.err;
+    EXPECT_EQ(Contains(result.err, "]: sysapi failed, type=0x81, socket="), level >= 0);
+  }
 }
 
 TEST(WdgUpdate, CutsEachNameToItsFieldAndZeroesTheRest) {
@@ -138,7 +92,7 @@ TEST(WdgUpdate, CutsEachNameToItsFieldAndZeroesTheRest) {
   const std::vector<uint8_t> body = peer.Messages()[0].body;
   ASSERT_EQ(body.size(), 128u);
   EXPECT_EQ(std::string(reinterpret_cast<const char*>(body.data())), std::string(63, 'n'));
-  EXPECT_STREQ(reinterpret_cast<const char*>(&body[64]), "restart");
+  EXPECT_STREQ(reinterpret_cast<const char*>(&body[SYSAPI_WDG_COMMAND_OFFSET]), "restart");
   EXPECT_EQ(body[127], 0);
 }
 
@@ -163,75 +117,54 @@ TEST(DeviceCommands, SendTheirLetterAndBodyLayout) {
   EXPECT_EQ(WordAt(messages[3].body, 4), 7u);
 }
 
-// ---- Request and reply ----
-
-TEST(StorageRequest, ReturnsThePeersStatusOnAGoodReply) {
-  OneShotServer server(kPath, Header(SYSTEMD_COMMAND_PACKET_SYNC_CODE, 'Y', 4) + Word(0));
-  EXPECT_EQ(sysapi_storage_format(kPath, "sd0"), 0);
-  const std::string& request = server.request();
-  ASSERT_EQ(request.size(), 20u);
-  EXPECT_EQ(request[0], SYSAPI_STORAGE_FORMAT);
-  EXPECT_STREQ(request.c_str() + 4, "sd0");
+TEST(Request, ChecksTheReplysHeaderLengthAndContent) {
+  char out[64];
+  char small[4];
+  char listed[SYSAPI_STORAGE_LIST_REPLY_SIZE];
+  const std::string json = "{\"a\":1}";
+  std::string names(SYSAPI_STORAGE_LIST_REPLY_SIZE, '\0');
+  names.replace(0, 3, "sd0").replace(16, 3, "usb");
+  const struct {
+    std::string reply;
+    std::function<int()> call;
+    int expected;
+  } cases[] = {
+      {Header(kSync, 'Y', 4) + Word(0), [] { return sysapi_storage_format(kPath, "sd0"); }, 0},
+      {Header(kSync, 'Y', 4) + Word(3), [] { return sysapi_storage_mount(kPath, "sd0"); }, 3},
+      {Header(kSync, 'Y', 4) + Word(-1), [] { return sysapi_storage_mount(kPath, "sd0"); }, -6},
+      {Header(0x12345678, 'Y', 4) + Word(0), [] { return sysapi_storage_format(kPath, "sd0"); },
+       -8},
+      {Header(kSync, 'Z', 4) + Word(0), [] { return sysapi_storage_mount(kPath, "sd0"); }, -8},
+      {"\xff\xff", [] { return sysapi_storage_umount(kPath, "sd0"); }, -8},  // then closes
+      {Header(kSync, 'Y', 8) + Word(0), [] { return sysapi_storage_format(kPath, "sd0"); }, -5},
+      {Header(kSync, 'Y', 4) + "\x01\x02", [] { return sysapi_storage_format(kPath, "sd0"); }, -6},
+      {Header(kSync, 'Y', 128) + names, [&] { return sysapi_storage_list(kPath, listed); }, 2},
+      {Header(kSync, 'K', 7) + json,
+       [&] { return sysapi_restore_conf(kPath, "/tmp/conf", out, sizeof(out)); }, 7},
+      {Header(kSync, 'K', 7) + json,
+       [&] { return sysapi_restore_conf(kPath, "/tmp/conf", small, sizeof(small)); }, -5},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(&c - cases);
+    OneShotServer server(kPath, c.reply);
+    EXPECT_EQ(c.call(), c.expected);
+  }
+  EXPECT_EQ(std::string(out), json);
+  EXPECT_STREQ(listed + 16, "usb");
 }
 
-TEST(StorageRequest, RejectsAWrongSyncWordOrLetterAsAHeaderError) {
+TEST(Request, SendsTheStorageBodyAndFailsWithoutPeerOrForALongName) {
   {
-    OneShotServer server(kPath, Header(0x12345678, 'Y', 4) + Word(0));
-    EXPECT_EQ(sysapi_storage_format(kPath, "sd0"), -8);
+    OneShotServer server(kPath, Header(kSync, 'Y', 4) + Word(0));
+    EXPECT_EQ(sysapi_storage_format(kPath, "sd0"), 0);
+    const std::string request = server.body();
+    ASSERT_EQ(request.size(), 20u);
+    EXPECT_EQ(request[0], SYSAPI_STORAGE_FORMAT);
+    EXPECT_STREQ(request.c_str() + 4, "sd0");
   }
-  {
-    OneShotServer server(kPath, Header(SYSTEMD_COMMAND_PACKET_SYNC_CODE, 'Z', 4) + Word(0));
-    EXPECT_EQ(sysapi_storage_mount(kPath, "sd0"), -8);
-  }
-  {
-    OneShotServer server(kPath, "\xff\xff");  // truncated header, then the peer closes
-    EXPECT_EQ(sysapi_storage_umount(kPath, "sd0"), -8);
-  }
-}
-
-TEST(StorageRequest, RejectsAWrongLengthWithoutReadingAndAShortContent) {
-  {
-    OneShotServer server(kPath, Header(SYSTEMD_COMMAND_PACKET_SYNC_CODE, 'Y', 8) + Word(0));
-    EXPECT_EQ(sysapi_storage_format(kPath, "sd0"), -5);
-  }
-  {
-    OneShotServer server(kPath, Header(SYSTEMD_COMMAND_PACKET_SYNC_CODE, 'Y', 4) + "\x01\x02");
-    EXPECT_EQ(sysapi_storage_format(kPath, "sd0"), -6);
-  }
-}
-
-TEST(StorageRequest, FailsToConnectWithoutPeerAndRefusesLongDeviceNames) {
-  unlink(kPath);
   EXPECT_EQ(sysapi_storage_format(kPath, "sd0"), -2);
   EXPECT_EQ(sysapi_storage_format(kPath, "a-device-name-too-long"), -7);
 }
-
-TEST(StorageRequest, ListCountsTheNamedDevices) {
-  std::string names(SYSAPI_STORAGE_LIST_REPLY_SIZE, '\0');
-  names.replace(0, 3, "sd0");
-  names.replace(16, 3, "usb");
-  OneShotServer server(kPath, Header(SYSTEMD_COMMAND_PACKET_SYNC_CODE, 'Y', 128) + names);
-  char out[SYSAPI_STORAGE_LIST_REPLY_SIZE];
-  EXPECT_EQ(sysapi_storage_list(kPath, out), 2);
-  EXPECT_STREQ(out + 16, "usb");
-}
-
-TEST(RestoreConf, CopiesTheJsonReplyAndRefusesOneThatDoesNotFit) {
-  const std::string json = "{\"a\":1}";
-  {
-    OneShotServer server(kPath, Header(SYSTEMD_COMMAND_PACKET_SYNC_CODE, 'K', json.size()) + json);
-    char out[64];
-    EXPECT_EQ(sysapi_restore_conf(kPath, "/tmp/conf", out, sizeof(out)), 7);
-    EXPECT_EQ(std::string(out), json);
-  }
-  {
-    OneShotServer server(kPath, Header(SYSTEMD_COMMAND_PACKET_SYNC_CODE, 'K', json.size()) + json);
-    char small[4];
-    EXPECT_EQ(sysapi_restore_conf(kPath, "/tmp/conf", small, sizeof(small)), -5);
-  }
-}
-
-// ---- Registration and reception ----
 
 TEST(EventReg, SendsTheRegistrationWithItsFlags) {
   SystemPeer peer(kPath);
@@ -252,12 +185,6 @@ struct Received {
   std::string body;
 };
 
-void Record(uint32_t, const void* body, uint32_t len, void* user) {
-  auto* received = static_cast<Received*>(user);
-  ++received->calls;
-  received->body.assign(static_cast<const char*>(body), len);
-}
-
 // Writes bytes into one end of a socket pair (then closes it) and processes one message at the
 // other end.
 int ProcessBytes(const std::string& bytes, Received* received) {
@@ -265,42 +192,44 @@ int ProcessBytes(const std::string& bytes, Received* received) {
   EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, fds), 0);
   (void)!write(fds[0], bytes.data(), bytes.size());
   close(fds[0]);
-  const int rc = sysapi_event_process(fds[1], Record, received);
+  const int rc = sysapi_event_process(
+      fds[1],
+      [](uint32_t, const void* body, uint32_t len, void* user) {
+        auto* r = static_cast<Received*>(user);
+        ++r->calls;
+        r->body.assign(static_cast<const char*>(body), len);
+      },
+      received);
   close(fds[1]);
   return rc;
 }
 
-TEST(EventProcess, HandsAnEventBodyToTheCallback) {
+TEST(EventProcess, HandsOnlyAWholeEventBodyToTheCallback) {
+  Received refused;
+  EXPECT_EQ(ProcessBytes(Header(0, '1', 5) + "hello", &refused), -8);
+  EXPECT_EQ(ProcessBytes(Header(kSync, '?', 0), &refused), -8);
+  EXPECT_EQ(ProcessBytes(Header(kSync, '1', 1u << 30), &refused), -5);
+  EXPECT_EQ(ProcessBytes(Header(kSync, '1', 10) + "abc", &refused), -6);
+  EXPECT_EQ(ProcessBytes("\xff\xff\xff", &refused), -1);
+  EXPECT_EQ(refused.calls, 0);
+
   Received received;
-  EXPECT_EQ(ProcessBytes(Header(SYSTEMD_COMMAND_PACKET_SYNC_CODE, '1', 5) + "hello", &received), 5);
+  EXPECT_EQ(ProcessBytes(Header(kSync, '1', 5) + "hello", &received), 5);
   EXPECT_EQ(received.calls, 1);
   EXPECT_EQ(received.body, "hello");
-}
-
-TEST(EventProcess, RefusesBadHeadersAndShortBodiesWithoutCallingBack) {
-  Received received;
-  EXPECT_EQ(ProcessBytes(Header(0, '1', 5) + "hello", &received), -8);
-  EXPECT_EQ(ProcessBytes(Header(SYSTEMD_COMMAND_PACKET_SYNC_CODE, '?', 0), &received), -8);
-  EXPECT_EQ(ProcessBytes(Header(SYSTEMD_COMMAND_PACKET_SYNC_CODE, '1', 1u << 30), &received), -5);
-  EXPECT_EQ(ProcessBytes(Header(SYSTEMD_COMMAND_PACKET_SYNC_CODE, '1', 10) + "abc", &received),
-            -6);
-  EXPECT_EQ(ProcessBytes("\xff\xff\xff", &received), -1);
-  EXPECT_EQ(received.calls, 0);
 }
 
 TEST(EventProcess, TellsRegistrationAnswersApart) {
   ChildResult result = RunInChild([] {
     Received received;
-    ProcessBytes(Header(SYSTEMD_COMMAND_PACKET_SYNC_CODE, 'E', 4) + Word(0), &received);
-    ProcessBytes(Header(SYSTEMD_COMMAND_PACKET_SYNC_CODE, 'E', 4) + Word(1), &received);
+    ProcessBytes(Header(kSync, 'E', 4) + Word(0), &received);
+    ProcessBytes(Header(kSync, 'E', 4) + Word(1), &received);
     if (received.calls != 0) _exit(10);
   });
   EXPECT_EQ(result.exit_code, 0);
-  EXPECT_NE(result.err.find("]: event registed\n"), std::string::npos) << result.err;
-  EXPECT_NE(result.err.find("]: event failed registed\n"), std::string::npos) << result.err;
+  EXPECT_TRUE(Contains(result.err, "]: event registed\n")) << result.err;
+  EXPECT_TRUE(Contains(result.err, "]: event failed registed\n")) << result.err;
 }
-
-// ---- Shared log segment ----
 
 TEST(ModLog, WordsRoundTripThroughTheSegment) {
   const int32_t words[MOD_LOG_WORDS] = {1, 2, 3, 4, 5, 6, 7};
