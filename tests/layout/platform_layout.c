@@ -79,8 +79,8 @@ static_assert(AT(dim, 0) && AT(format, 8) && AT(p_phy_addr, 12) && AT(lineoffset
               "HD_GFX_IMG_BUF");
 #undef RECORD
 #define RECORD HD_COMMON_MEM_POOL_INFO
-static_assert(SIZE(RECORD, 24) && AT(type, 4) && AT(blk_size, 8) && AT(blk_cnt, 12) &&
-                  AT(start_addr, 16) && AT(shared_pool, 20) &&
+static_assert(SIZE(RECORD, 24) && AT(ddr_id, 0) && AT(type, 4) && AT(blk_size, 8) &&
+                  AT(blk_cnt, 12) && AT(start_addr, 16) && AT(shared_pool, 20) &&
                   SIZE(HD_COMMON_MEM_INIT_CONFIG, 128 * 24),
               "HD_COMMON_MEM_POOL_INFO");
 #undef RECORD
