@@ -1,23 +1,26 @@
-// The simulated video output through the platform's C API: the frame record, the queue that a
-// non-releasing consumer starves, waiting pulls, the end of the source and determinism across
-// processes. (The ground truth beside the frames is checked by the model and end-to-end suites.)
+// The simulated video output and the scene renderer behind it. The output through the platform's
+// C API: the queue that a non-releasing consumer starves, waiting pulls, checks of the frames given
+// back, and the end of the source. The renderer: scene files, keyframed boxes, the shipped scenes,
+// clipping at the picture's edges and determinism. (The frame record is checked through the frame
+// reader; that the pixels show the ground truth, by the model suite's decoding of the scene.)
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <fstream>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "hdal.h"
+#include "scene.h"
 #include "sim_test_support.h"
-#include "testing/child_process.h"
 
 namespace mirvane {
+namespace sim {
 namespace {
 
-using testing::ChildResult;
 using testing::PlatformUp;
-using testing::RunInChild;
 using testing::UseSimSettings;
 
 constexpr HD_PATH_ID kPath = 0x24000107;
@@ -45,24 +48,6 @@ uint64_t NextFrameHash(HD_VIDEO_FRAME* frame) {
   const uint64_t hash = FrameHash(*frame);
   hd_videoproc_release_out_buf(kPath, frame);
   return hash;
-}
-
-TEST(VideoOutput, FramesCarryTheRecordThePlatformFills) {
-  UseSimSettings(FastVideo());
-  PlatformUp platform;
-  HD_VIDEO_FRAME a, b;
-  ASSERT_EQ(hd_videoproc_pull_out_buf(kPath, &a, -1), HD_OK);
-  ASSERT_EQ(hd_videoproc_pull_out_buf(kPath, &b, -1), HD_OK);
-  EXPECT_EQ(a.sign, 0x4D524656u);
-  EXPECT_EQ(static_cast<UINT32>(a.pxlfmt), 0x520c0420u);
-  EXPECT_TRUE(a.dim.w == 320 && a.dim.h == 180 && a.pw[0] == 320 && a.ph[0] == 180);
-  EXPECT_TRUE(a.pw[1] == 160 && a.ph[1] == 90 && a.loff[0] == 320 && a.loff[1] == 320);
-  EXPECT_EQ(a.phy_addr[1], a.phy_addr[0] + 320 * 180);
-  EXPECT_NE(a.phy_addr[0], b.phy_addr[0]);
-  EXPECT_EQ(b.count, a.count + 1);
-  EXPECT_EQ(b.timestamp - a.timestamp, 40000u);  // microseconds at 25 frames per second
-  EXPECT_EQ(hd_videoproc_release_out_buf(kPath, &a), HD_OK);
-  EXPECT_EQ(hd_videoproc_release_out_buf(kPath, &b), HD_OK);
 }
 
 TEST(VideoOutput, AConsumerThatNeverReleasesStarves) {
@@ -122,24 +107,114 @@ TEST(VideoOutput, AnEndedSourceFailsEveryPullUnlessItLoops) {
   EXPECT_EQ(frame.count, 3u);  // the count goes on
 }
 
-TEST(VideoOutput, ASceneRendersTheSameFramesInEveryProcess) {
-  UseSimSettings(FastVideo(R"(, "scene": "crowd")"));
-  auto run = [] {
-    return RunInChild([] {
-             PlatformUp platform;
-             HD_VIDEO_FRAME frame;
-             for (int i = 0; i < 300; ++i) {
-               const uint64_t hash = NextFrameHash(&frame);
-               if (i % 100 == 0) std::printf("%016llx\n", static_cast<unsigned long long>(hash));
-             }
-           })
-        .out;
+Scene Load(const std::string& name) {
+  Scene scene;
+  std::string error;
+  EXPECT_TRUE(LoadScene(name, &scene, &error)) << error;
+  return scene;
+}
+
+// A picture of its own, for rendering outside device memory.
+struct OwnedPicture {
+  OwnedPicture(uint32_t w, uint32_t h) : bytes(w * h * 3 / 2) {
+    image = Nv12Image{bytes.data(), bytes.data() + w * h, w, h, w};
+  }
+  std::vector<uint8_t> bytes;
+  Nv12Image image;
+};
+
+TEST(Scene, TheShippedScenesLoad) {
+  const std::vector<std::string> names = ShippedSceneNames();
+  for (const char* name : {"default", "empty_street", "crowd", "edges"}) {
+    EXPECT_NE(std::find(names.begin(), names.end(), name), names.end()) << name;
+    EXPECT_GT(Load(name).duration, 0.0) << name;
+  }
+  EXPECT_TRUE(Load("empty_street").objects.empty());
+  EXPECT_EQ(Load("crowd").objects.size(), 43u);
+  const Scene demo = Load("default");
+  for (int class_id = 1; class_id <= 4; ++class_id) {
+    EXPECT_TRUE(std::any_of(demo.objects.begin(), demo.objects.end(),
+                            [&](const SceneObject& o) { return o.class_id == class_id; }))
+        << "class " << class_id;
+  }
+}
+
+TEST(Scene, BoxesFollowTheKeys) {
+  Scene scene;
+  std::string error;
+  ASSERT_TRUE(ParseScene(R"({"duration": 10, "objects": [{"id": 4, "class": "vehicle", "keys": [
+      [1, 0.0, 0.5, 0.2, 0.7], [3, 0.4, 0.5, 0.6, 0.7], [5, 0.4, 0.5, 0.6, 0.7]]}]})",
+                         &scene, &error))
+      << error;
+  const SceneObject& car = scene.objects.at(0);
+  NormBox box;
+  EXPECT_FALSE(BoxAt(car, 0.5, &box));  // not there yet
+  ASSERT_TRUE(BoxAt(car, 2.0, &box));
+  EXPECT_DOUBLE_EQ(box.xmin, 0.2);
+  EXPECT_DOUBLE_EQ(box.xmax, 0.4);
+  ASSERT_TRUE(BoxAt(car, 4.0, &box));  // standing still
+  EXPECT_DOUBLE_EQ(box.xmin, 0.4);
+  EXPECT_FALSE(BoxAt(car, 5.5, &box));  // gone
+}
+
+TEST(Scene, BadScenesAreRefused) {
+  const char* bad[] = {
+      R"({"objects": []})",  // no duration
+      R"({"duration": 5, "objects": [{"id": 1, "class": "tree", "keys": [[0, 0, 0, 1, 1]]}]})",
+      R"({"duration": 5, "objects": [{"id": 1, "class": "person",
+          "keys": [[0, 0.5, 0, 0.4, 1]]}]})",
+      R"({"duration": 5, "objects": [{"id": 1, "class": "person",
+          "keys": [[2, 0, 0, 1, 1], [1, 0, 0, 1, 1]]}]})",
+      R"({"duration": 5, "generate": [{"class": "person", "count": 3, "height": [0.3, 0.1]}]})",
+      "not json",
   };
-  const std::string first = run();
-  ASSERT_EQ(first.size(), 3u * 17);
-  EXPECT_EQ(run(), first);
-  EXPECT_NE(first.substr(0, 17), first.substr(17, 17));  // the scene moves
+  Scene scene;
+  for (const char* text : bad) {
+    std::string error;
+    EXPECT_FALSE(ParseScene(text, &scene, &error)) << text;
+    EXPECT_FALSE(error.empty());
+  }
+  std::string error;
+  EXPECT_FALSE(LoadScene("/no/such/scene.json", &scene, &error));
+}
+
+TEST(Scene, RenderingDependsOnlyOnTheSceneAndTheFrame) {
+  const SceneRenderer a(Load("crowd"), 640, 360, 25);
+  const SceneRenderer b(Load("crowd"), 640, 360, 25);
+  OwnedPicture pa(640, 360), pb(640, 360);
+  std::vector<GroundTruthBox> truth_a, truth_b;
+  a.Render(250, pa.image, &truth_a);
+  b.Render(99, pb.image, &truth_b);  // whatever came before
+  b.Render(250, pb.image, &truth_b);
+  EXPECT_EQ(pa.bytes, pb.bytes);
+  EXPECT_EQ(truth_a.size(), truth_b.size());
+  EXPECT_FALSE(truth_a.empty());
+
+  Scene other_seed = Load("crowd");
+  other_seed.background_seed += 1;
+  const SceneRenderer c(other_seed, 640, 360, 25);
+  c.Render(250, pb.image, &truth_b);
+  EXPECT_NE(pa.bytes, pb.bytes);
+}
+
+TEST(Scene, ObjectsAtTheEdgesAreClippedToThePicture) {
+  const SceneRenderer renderer(Load("edges"), 640, 360, 25);
+  bool left = false, right = false, top = false, bottom = false;
+  std::vector<GroundTruthBox> truth;
+  for (int64_t i = 0; i < renderer.FrameCount(); i += 5) {
+    renderer.GroundTruth(i, &truth);
+    for (const GroundTruthBox& b : truth) {
+      ASSERT_TRUE(b.x0 >= 0 && b.x0 < b.x1 && b.x1 <= 640) << b.object_id;
+      ASSERT_TRUE(b.y0 >= 0 && b.y0 < b.y1 && b.y1 <= 360) << b.object_id;
+      left |= b.x0 == 0;
+      right |= b.x1 == 640;
+      top |= b.y0 == 0;
+      bottom |= b.y1 == 360;
+    }
+  }
+  EXPECT_TRUE(left && right && top && bottom);
 }
 
 }  // namespace
+}  // namespace sim
 }  // namespace mirvane
