@@ -4,7 +4,6 @@
 // independent bilinear reference and the checks of a scale request; the encoder's ordering rules.
 // (The JPEG's content is checked through the daemon's snapshot getter.)
 #include <gtest/gtest.h>
-#include <jansson.h>
 #include <signal.h>
 
 #include <algorithm>
@@ -149,14 +148,10 @@ TEST(DeviceMemory, AConfigurationLaysOutThePoolsOnlyWhileNoBlockIsTaken) {
 }
 
 TEST(FaultInjection, FailsTheNthCallForACountOrASeededRateOfCalls) {
-  UseSimSettings(R"({"faults": [{"call": "hd_common_mem_get_block", "nth": 2, "count": 2},
-                                {"call": "hd_common_sysconfig", "code": -12, "nth": 1}]})");
+  UseSimSettings(R"({"faults": [{"call": "hd_common_mem_get_block", "nth": 2, "count": 2}]})");
   std::string got;
   for (int i = 0; i < 4; ++i) got += mirvane_sim_fault("hd_common_mem_get_block") ? '1' : '0';
   EXPECT_EQ(got, "0110");
-  PlatformUp platform;
-  EXPECT_EQ(hd_common_sysconfig(0, 0x10000, 0, 0xF0000), HD_ERR_DRV);
-  EXPECT_EQ(hd_common_sysconfig(0, 0x10000, 0, 0xF0000), HD_OK);  // count defaults to one call
 
   auto pattern = [] {
     UseSimSettings(R"({"faults": [{"call": "vendor_ai_net_proc", "code": -11, "rate": 0.25,
@@ -169,19 +164,6 @@ TEST(FaultInjection, FailsTheNthCallForACountOrASeededRateOfCalls) {
   EXPECT_EQ(pattern(), first);
   EXPECT_NEAR(std::count(first.begin(), first.end(), '1'), 100, 40);
   EXPECT_EQ(mirvane_sim_fault("hd_gfx_scale"), 0);  // other calls are untouched
-  UseSimSettings("{}");
-}
-
-TEST(SimSettings, AnUnusableFileKeepsTheDefaults) {
-  UseSimSettings(R"({"video": {"pace": "sometimes"}})");
-  EXPECT_EQ(mirvane_sim_reload_settings(), -1);
-  UseSimSettings("not json");
-  EXPECT_EQ(mirvane_sim_reload_settings(), -1);
-  UseSimSettings(R"({"network": {"delay_ms": 3}})");
-  EXPECT_EQ(mirvane_sim_reload_settings(), 0);
-  json_t* section = mirvane_sim_settings_section("network");
-  EXPECT_NE(section, nullptr);  // sections of other parts of the simulation are kept
-  json_decref(section);
   UseSimSettings("{}");
 }
 

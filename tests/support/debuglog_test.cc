@@ -19,15 +19,9 @@ void WriteText(const std::string& path, const std::string& text) {
   std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
 }
 
-TEST(Categories, AreFoundByExactName) {
-  EXPECT_EQ(GetOperationCategoryIndex("Connection"), 0);
-  EXPECT_EQ(GetOperationCategoryIndex("Edge Recording"), 3);
+TEST(WriteLog, OperationLinesCarryTheSourceAndTheCategoryFoundByExactName) {
   EXPECT_EQ(GetOperationCategoryIndex("Detection"), 9);
   EXPECT_EQ(GetOperationCategoryIndex("detection"), -1);
-  EXPECT_EQ(GetOperationCategoryIndex("Unknown"), -1);
-}
-
-TEST(WriteLog, PrefixesDependOnTheLogType) {
   CreateLogFile();
   WriteLog(LOG_TYPE_OPERATION, "x.c", 5, "Fn", "Camera", 9, "started %s\n", "ok");
   const std::string operation = ReadFileOrEmpty(OPERATION_LOG_PATH);
@@ -72,25 +66,19 @@ TEST(RotateFile, DropsWholeLinesFromTheHeadAndEndsTheLastLine) {
   }
 }
 
-TEST(RotateLogFileBySize, LeavesASmallFileAloneAndTrimsOneByteOver) {
+TEST(RotateLogFileBySize, LeavesASmallOrMissingFileAloneAndTrimsOneByteOver) {
   CreateLogFile();
   WriteText(OPERATION_LOG_PATH, std::string(1023, 'a') + "\n");
   EXPECT_EQ(RotateLogFileBySize(LOG_TYPE_OPERATION, 1), 0);
   EXPECT_EQ(ReadFileOrEmpty(OPERATION_LOG_PATH).size(), 1024u);
-
   WriteText(OPERATION_LOG_PATH, "x\n" + std::string(1023, 'a') + "\n");
   EXPECT_EQ(RotateLogFileBySize(LOG_TYPE_OPERATION, 1), 2);
   EXPECT_EQ(ReadFileOrEmpty(OPERATION_LOG_PATH), std::string(1023, 'a') + "\n");
-  EXPECT_NE(ReadFileOrEmpty(DEBUG_LOG_PATH).find("Rotate log[" OPERATION_LOG_PATH "], size[2].\n"),
-            std::string::npos);
-}
-
-TEST(RotateLogFileBySize, MissingFileIsLoggedAndDropsNothing) {
-  CreateLogFile();
   unlink(OPERATION_LOG_PATH);
   EXPECT_EQ(RotateLogFileBySize(LOG_TYPE_OPERATION, 1), 0);
-  EXPECT_NE(ReadFileOrEmpty(DEBUG_LOG_PATH).find("Failed to stat [" OPERATION_LOG_PATH "].\n"),
-            std::string::npos);
+  const std::string debug = ReadFileOrEmpty(DEBUG_LOG_PATH);
+  EXPECT_NE(debug.find("Rotate log[" OPERATION_LOG_PATH "], size[2].\n"), std::string::npos);
+  EXPECT_NE(debug.find("Failed to stat [" OPERATION_LOG_PATH "].\n"), std::string::npos);
 }
 
 }  // namespace

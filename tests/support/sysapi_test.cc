@@ -148,7 +148,7 @@ TEST(Request, SendsTheStorageBodyAndFailsWithoutPeerOrForALongName) {
   {
     OneShotServer server(kPath, Header(kSync, 'Y', 4) + Word(0));
     EXPECT_EQ(sysapi_storage_format(kPath, "sd0"), 0);
-    const std::string request = server.body();
+    const std::string request = server.received().substr(sizeof(cmd_hdr));
     ASSERT_EQ(request.size(), 20u);
     EXPECT_EQ(request[0], SYSAPI_STORAGE_FORMAT);
     EXPECT_STREQ(request.c_str() + 4, "sd0");
