@@ -9,11 +9,12 @@
 #include <chrono>
 #include <cstring>
 #include <functional>
+#include <map>
 #include <string>
 
 #include "one_shot_server.h"
 #include "pdebug.h"
-#include "testing/child_process.h"
+#include "testing/checks_in_child.h"
 #include "testing/system_peer.h"
 
 namespace mirvane {
@@ -23,6 +24,7 @@ using std::chrono::seconds;
 using testing::ChildResult;
 using testing::OneShotServer;
 using testing::PeerMessage;
+using testing::RunChecksInChild;
 using testing::RunInChild;
 using testing::SystemPeer;
 using testing::WaitUntil;
@@ -75,37 +77,35 @@ TEST(EventCb, FailsWithoutAPeerAndAfterItClosedThenReconnects) {
   }
 }
 
-TEST(WdgUpdate, CutsEachNameToItsFieldAndZeroesTheRest) {
+TEST(Commands, SendTheirLetterAndBodyLayout) {
   SystemPeer peer(kPath);
-  const std::string long_name(100, 'n');
-  ASSERT_EQ(sysapi_wdg_update(kPath, long_name.c_str(), "restart", 0), 0);
-  ASSERT_TRUE(WaitUntil([&] { return peer.Count(SYSAPI_CMD_WDG_RELEASE) == 1; }, seconds(5)));
-  const std::vector<uint8_t> body = peer.Messages()[0].body;
-  ASSERT_EQ(body.size(), 128u);
-  EXPECT_EQ(std::string(reinterpret_cast<const char*>(body.data())), std::string(63, 'n'));
-  EXPECT_STREQ(reinterpret_cast<const char*>(&body[SYSAPI_WDG_COMMAND_OFFSET]), "restart");
-  EXPECT_EQ(body[127], 0);
-}
-
-TEST(DeviceCommands, SendTheirLetterAndBodyLayout) {
-  SystemPeer peer(kPath);
+  EXPECT_EQ(sysapi_wdg_update(kPath, std::string(100, 'n').c_str(), "restart", 0), 0);
   EXPECT_EQ(sysapi_buzzer(kPath, 1, 3, 100, 0), 0);
   EXPECT_EQ(sysapi_reset_conf(kPath, "factory", "{\"keep\":1}"), 0);
   EXPECT_EQ(sysapi_irled_event(kPath, 1), 0);
   EXPECT_EQ(sysapi_run_app(kPath, std::string(300, 'x').c_str()), -7);  // never cut silently
   EXPECT_EQ(sysapi_button_event(kPath, 7), 520);
-  ASSERT_TRUE(WaitUntil([&] { return peer.Messages().size() == 4; }, seconds(5)));
-  const std::vector<PeerMessage> messages = peer.Messages();
-  std::string letters;
-  for (const PeerMessage& m : messages) letters += static_cast<char>(m.cmd);
-  EXPECT_EQ(letters, "BCD1");
-  EXPECT_EQ(messages[0].body.size(), 16u);
-  EXPECT_EQ(WordAt(messages[0].body, 12), 250u) << "a duration below 1 becomes 250";
-  EXPECT_EQ(messages[1].body.size(), 196u + 11u);
-  EXPECT_STREQ(reinterpret_cast<const char*>(&messages[1].body[196]), "{\"keep\":1}");
-  EXPECT_EQ(messages[2].body.size(), 4u);
-  EXPECT_EQ(WordAt(messages[3].body, 0), SYSAPI_EVENT_BUTTON);
-  EXPECT_EQ(WordAt(messages[3].body, 4), 7u);
+  const int registered = sysapi_eventreg_ex(kPath, 0x12);
+  EXPECT_GE(registered, 0);
+  ASSERT_TRUE(WaitUntil([&] { return peer.Messages().size() == 6; }, seconds(5)));
+  close(registered);
+  std::map<char, std::vector<uint8_t>> body;  // by command letter
+  for (const PeerMessage& m : peer.Messages()) body[static_cast<char>(m.cmd)] = m.body;
+  ASSERT_EQ(body.size(), 6u);
+  ASSERT_EQ(body['w'].size(), 128u);  // each name cut to its field, the rest zero
+  EXPECT_EQ(std::string(reinterpret_cast<const char*>(body['w'].data())), std::string(63, 'n'));
+  EXPECT_STREQ(reinterpret_cast<const char*>(&body['w'][SYSAPI_WDG_COMMAND_OFFSET]), "restart");
+  EXPECT_EQ(body['w'][127], 0);
+  ASSERT_EQ(body['B'].size(), 16u);
+  EXPECT_EQ(WordAt(body['B'], 12), 250u) << "a duration below 1 becomes 250";
+  ASSERT_EQ(body['C'].size(), 196u + 11u);
+  EXPECT_STREQ(reinterpret_cast<const char*>(&body['C'][196]), "{\"keep\":1}");
+  EXPECT_EQ(body['D'].size(), 4u);
+  ASSERT_EQ(body['1'].size(), 520u);
+  EXPECT_EQ(WordAt(body['1'], 0), SYSAPI_EVENT_BUTTON);
+  EXPECT_EQ(WordAt(body['1'], 4), 7u);
+  ASSERT_EQ(body['E'].size(), 528u);
+  EXPECT_EQ(WordAt(body['E'], 0), 0x12u);
 }
 
 TEST(Request, ChecksTheReplysHeaderLengthAndContent) {
@@ -157,20 +157,6 @@ TEST(Request, SendsTheStorageBodyAndFailsWithoutPeerOrForALongName) {
   EXPECT_EQ(sysapi_storage_format(kPath, "a-device-name-too-long"), -7);
 }
 
-TEST(EventReg, SendsTheRegistrationWithItsFlags) {
-  SystemPeer peer(kPath);
-  const int plain = sysapi_eventreg(kPath);
-  const int flagged = sysapi_eventreg_ex(kPath, 0x12);
-  ASSERT_GE(plain, 0);
-  ASSERT_GE(flagged, 0);
-  ASSERT_TRUE(WaitUntil([&] { return peer.Count(SYSAPI_CMD_EVENT_REG) == 2; }, seconds(5)));
-  for (const PeerMessage& m : peer.Messages()) EXPECT_EQ(m.body.size(), 528u);
-  uint32_t flags_seen = WordAt(peer.Messages()[0].body, 0) | WordAt(peer.Messages()[1].body, 0);
-  EXPECT_EQ(flags_seen, 0x12u);
-  close(plain);
-  close(flagged);
-}
-
 struct Received {
   int calls = 0;
   std::string body;
@@ -195,29 +181,23 @@ int ProcessBytes(const std::string& bytes, Received* received) {
   return rc;
 }
 
-TEST(EventProcess, HandsOnlyAWholeEventBodyToTheCallback) {
-  Received refused;
-  EXPECT_EQ(ProcessBytes(Header(0, '1', 5) + "hello", &refused), -8);
-  EXPECT_EQ(ProcessBytes(Header(kSync, '?', 0), &refused), -8);
-  EXPECT_EQ(ProcessBytes(Header(kSync, '1', 1u << 30), &refused), -5);
-  EXPECT_EQ(ProcessBytes(Header(kSync, '1', 10) + "abc", &refused), -6);
-  EXPECT_EQ(ProcessBytes("\xff\xff\xff", &refused), -1);
-  EXPECT_EQ(refused.calls, 0);
-
-  Received received;
-  EXPECT_EQ(ProcessBytes(Header(kSync, '1', 5) + "hello", &received), 5);
-  EXPECT_EQ(received.calls, 1);
-  EXPECT_EQ(received.body, "hello");
-}
-
-TEST(EventProcess, TellsRegistrationAnswersApart) {
-  ChildResult result = RunInChild([] {
+TEST(EventProcess, HandsOnlyAWholeEventBodyToTheCallbackAndTellsRegistrationAnswersApart) {
+  const ChildResult result = RunChecksInChild([] {
+    Received refused;
+    EXPECT_EQ(ProcessBytes(Header(0, '1', 5) + "hello", &refused), -8);
+    EXPECT_EQ(ProcessBytes(Header(kSync, '?', 0), &refused), -8);
+    EXPECT_EQ(ProcessBytes(Header(kSync, '1', 1u << 30), &refused), -5);
+    EXPECT_EQ(ProcessBytes(Header(kSync, '1', 10) + "abc", &refused), -6);
+    EXPECT_EQ(ProcessBytes("\xff\xff\xff", &refused), -1);
+    ProcessBytes(Header(kSync, 'E', 4) + Word(0), &refused);
+    ProcessBytes(Header(kSync, 'E', 4) + Word(1), &refused);
+    EXPECT_EQ(refused.calls, 0);
     Received received;
-    ProcessBytes(Header(kSync, 'E', 4) + Word(0), &received);
-    ProcessBytes(Header(kSync, 'E', 4) + Word(1), &received);
-    if (received.calls != 0) _exit(10);
+    EXPECT_EQ(ProcessBytes(Header(kSync, '1', 5) + "hello", &received), 5);
+    EXPECT_EQ(received.calls, 1);
+    EXPECT_EQ(received.body, "hello");
   });
-  EXPECT_EQ(result.exit_code, 0);
+  EXPECT_EQ(result.exit_code, 0) << result.out;
   EXPECT_TRUE(Contains(result.err, "]: event registed\n")) << result.err;
   EXPECT_TRUE(Contains(result.err, "]: event failed registed\n")) << result.err;
 }
