@@ -70,21 +70,17 @@ TEST_F(ParamStoreTest, DottedKeysResolveInsideStoredObjects) {
 }
 
 TEST_F(ParamStoreTest, TheObjectHandsOutOnlyTheKeysPushedAsOfItsLastRun) {
-  const char kKey[] = "Custom.Dva.Threshold.Detection";
-  Set(kKey, "35");
+  Set("Custom.Dva.Threshold.Detection", "35");
   pgo_t* pgo = pgo_new();
-  ASSERT_EQ(pgo_push_key(pgo, kKey), 0);
+  ASSERT_EQ(pgo_push_key(pgo, "Custom.Dva.Threshold"), 0);
   EXPECT_EQ(pgo_push_key(pgo, ""), -1);
-  EXPECT_EQ(pgo_get_obj(pgo, kKey), nullptr);  // not run yet
   ASSERT_EQ(pgo_run(pgo), 0);
-  EXPECT_EQ(json_integer_value(pgo_get_obj(pgo, kKey)), 35);
+  Set("Custom.Dva.Threshold.Detection", "50");
+  EXPECT_EQ(
+      json_integer_value(json_object_get(pgo_get_obj(pgo, "Custom.Dva.Threshold"), "Detection")),
+      35);
   EXPECT_EQ(pgo_get_obj(pgo, "Custom.Dva"), nullptr);  // not pushed
-  Set(kKey, "50");
-  EXPECT_EQ(json_integer_value(pgo_get_obj(pgo, kKey)), 35);
-  ASSERT_EQ(pgo_run(pgo), 0);
-  EXPECT_EQ(json_integer_value(pgo_get_obj(pgo, kKey)), 50);
   pgo_free(pgo);
-  pgo_free(nullptr);
 }
 
 TEST_F(ParamStoreTest, AnUnreadableStoreFailsTheRun) {
@@ -152,27 +148,21 @@ std::string RunTool(const std::vector<std::string>& args, int* code) {
 
 TEST_F(ParamStoreTest, TheToolRoundTripsValuesAndExitsWithItsCodes) {
   int code = -1;
-  const std::pair<const char*, const char*> values[] = {
-      {"Custom.Dva.Threshold.Detection", "35"},
-      {"Custom.Dva.Name", "\"front door\""},
-      {"Custom.Dva.IntrusionDetection", R"({"Enable": true, "Points": [[0.1, 0.2], [0.5, 0.9]]})"},
+  const struct {
+    const char *key, *argument, *stored;
+  } values[] = {
+      {"Custom.Dva.Threshold.Detection", "35", "35"},
+      {"Custom.Dva.Name", "\"front door\"", "\"front door\""},
+      {"Custom.Dva.Label", "plain text", "\"plain text\""},
+      {"Custom.Dva.Zone", R"({"Enable": true, "Points": [[0.25, 0.5]]})",
+       R"({"Enable":true,"Points":[[0.25,0.5]]})"},
   };
-  for (const auto& kv : values) {
-    SCOPED_TRACE(kv.first);
-    RunTool({"set", kv.first, kv.second}, &code);
-    ASSERT_EQ(code, 0);
-    const std::string printed = RunTool({"get", kv.first}, &code);
-    EXPECT_EQ(code, 0);
-    RunTool({"set", kv.first, printed}, &code);  // what get prints sets the same value again
-    EXPECT_EQ(RunTool({"get", kv.first}, &code), printed);
-    json_t* expected = json_loads(kv.second, JSON_DECODE_ANY, nullptr);
-    json_t* got = json_loads(printed.c_str(), JSON_DECODE_ANY, nullptr);
-    EXPECT_TRUE(json_equal(expected, got)) << printed;
-    json_decref(expected);
-    json_decref(got);
+  for (const auto& v : values) {
+    RunTool({"set", v.key, v.argument}, &code);
+    EXPECT_EQ(code, 0) << v.key;
+    RunTool({"set", v.key, RunTool({"get", v.key}, &code)}, &code);  // get prints what set takes
+    EXPECT_EQ(Fetch(v.key), v.stored);
   }
-  RunTool({"set", "Custom.Dva.Label", "plain text"}, &code);
-  EXPECT_EQ(RunTool({"get", "Custom.Dva.Label"}, &code), "\"plain text\"\n");
   std::ofstream("/tmp/defaults.json") << R"({"Custom.Dva.Threshold": {"Tracking": 60}})";
   const std::pair<std::vector<std::string>, int> codes[] = {
       {{"delete", "Custom.Dva.Name"}, 0},

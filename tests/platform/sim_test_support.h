@@ -61,6 +61,7 @@ class MappedBlock {
   MappedBlock& operator=(const MappedBlock&) = delete;
 
   bool ok() const { return data_ != nullptr; }
+  HD_COMMON_MEM_VB_BLK id() const { return blk_; }
   UINT32 pa() const { return pa_; }
   uint8_t* data() const { return data_; }
 
