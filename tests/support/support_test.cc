@@ -1,13 +1,17 @@
-// The system API client against real peers on UNIX sockets: the kept event socket, the
-// request/reply checks, event registration and reception, and body layouts.
+// The support library. The system API client against real peers on UNIX sockets: the kept event
+// socket, the request/reply checks, event registration and reception, and body layouts. The file
+// log: line prefixes, categories, creation and trimming by size.
+#include "debugLog.h"
 #include "sysapi.h"
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <cstring>
+#include <fstream>
 #include <functional>
 #include <map>
 #include <string>
@@ -24,6 +28,7 @@ using std::chrono::seconds;
 using testing::ChildResult;
 using testing::OneShotServer;
 using testing::PeerMessage;
+using testing::ReadFileOrEmpty;
 using testing::RunChecksInChild;
 using testing::RunInChild;
 using testing::SystemPeer;
@@ -45,6 +50,10 @@ uint32_t WordAt(const std::vector<uint8_t>& body, size_t offset) {
   uint32_t value = 0;
   std::memcpy(&value, body.data() + offset, sizeof(value));
   return value;
+}
+
+void WriteFile(const std::string& path, const std::string& text) {
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
 }
 
 bool Contains(const std::string& text, const char* part) {
@@ -108,7 +117,7 @@ TEST(Commands, SendTheirLetterAndBodyLayout) {
   EXPECT_EQ(WordAt(body['E'], 0), 0x12u);
 }
 
-TEST(Request, ChecksTheReplysHeaderLengthAndContent) {
+TEST(Request, SendsItsBodyAndChecksTheReplysHeaderLengthAndContent) {
   char out[64];
   char small[4];
   char listed[SYSAPI_STORAGE_LIST_REPLY_SIZE];
@@ -135,25 +144,19 @@ TEST(Request, ChecksTheReplysHeaderLengthAndContent) {
       {Header(kSync, 'K', 7) + json,
        [&] { return sysapi_restore_conf(kPath, "/tmp/conf", small, sizeof(small)); }, -5},
   };
+  std::string format_request;
   for (const auto& c : cases) {
     SCOPED_TRACE(&c - cases);
     OneShotServer server(kPath, c.reply);
     EXPECT_EQ(c.call(), c.expected);
+    if (&c == cases) format_request = server.received().substr(sizeof(cmd_hdr));
   }
+  ASSERT_EQ(format_request.size(), 20u);
+  EXPECT_EQ(format_request[0], SYSAPI_STORAGE_FORMAT);
+  EXPECT_STREQ(format_request.c_str() + 4, "sd0");
   EXPECT_EQ(std::string(out), json);
   EXPECT_STREQ(listed + 16, "usb");
-}
-
-TEST(Request, SendsTheStorageBodyAndFailsWithoutPeerOrForALongName) {
-  {
-    OneShotServer server(kPath, Header(kSync, 'Y', 4) + Word(0));
-    EXPECT_EQ(sysapi_storage_format(kPath, "sd0"), 0);
-    const std::string request = server.received().substr(sizeof(cmd_hdr));
-    ASSERT_EQ(request.size(), 20u);
-    EXPECT_EQ(request[0], SYSAPI_STORAGE_FORMAT);
-    EXPECT_STREQ(request.c_str() + 4, "sd0");
-  }
-  EXPECT_EQ(sysapi_storage_format(kPath, "sd0"), -2);
+  EXPECT_EQ(sysapi_storage_format(kPath, "sd0"), -2);  // no peer
   EXPECT_EQ(sysapi_storage_format(kPath, "a-device-name-too-long"), -7);
 }
 
@@ -210,6 +213,68 @@ TEST(ModLog, WordsRoundTripThroughTheSegment) {
   EXPECT_EQ(std::memcmp(words, back, sizeof(words)), 0);
   EXPECT_EQ(mod_log_exit(), 0);
   EXPECT_EQ(mod_log_get(back), 0) << "a later call attaches again";
+}
+
+TEST(WriteLog, OperationLinesCarryTheSourceAndTheCategoryFoundByExactName) {
+  EXPECT_EQ(GetOperationCategoryIndex("Detection"), 9);
+  EXPECT_EQ(GetOperationCategoryIndex("detection"), -1);
+  CreateLogFile();
+  WriteLog(LOG_TYPE_OPERATION, "x.c", 5, "Fn", "Camera", 9, "started %s\n", "ok");
+  const std::string operation = ReadFileOrEmpty(OPERATION_LOG_PATH);
+  EXPECT_NE(operation.find(" [Camera] [Detection]: started ok\n"), std::string::npos) << operation;
+  WriteLog(7, "x.c", 5, "Fn", "Camera", 9, "never\n");  // no path for type 7: nothing written
+  EXPECT_EQ(ReadFileOrEmpty(OPERATION_LOG_PATH), operation);
+}
+
+TEST(WriteLog, MissingDirectoryIsReportedAndCreateLogFileMakesIt) {
+  unlink(DEBUG_LOG_PATH);
+  unlink(OPERATION_LOG_PATH);
+  rmdir(DEBUG_LOG_DIR);
+  auto result = RunInChild([] { WriteLog(LOG_TYPE_DEBUG, "x.c", 1, "Fn", "System", -1, "a\n"); });
+  EXPECT_NE(result.err.find("Failed to open fd. ["), std::string::npos) << result.err;
+  CreateLogFile();
+  struct stat st;
+  EXPECT_EQ(stat(DEBUG_LOG_PATH, &st), 0);
+  EXPECT_EQ(stat(OPERATION_LOG_PATH, &st), 0);
+  CreateLogFile();  // existing files are kept
+  WriteLog(LOG_TYPE_DEBUG, "x.c", 1, "Fn", "System", -1, "kept\n");
+  CreateLogFile();
+  EXPECT_NE(ReadFileOrEmpty(DEBUG_LOG_PATH).find("kept\n"), std::string::npos);
+}
+
+TEST(RotateFile, DropsWholeLinesFromTheHeadAndEndsTheLastLine) {
+  const struct {
+    const char* before;
+    int bytes;
+    int dropped;
+    const char* after;
+  } cases[] = {
+      {"first\nsecond\nthird\n", 1, 6, "second\nthird\n"},  // one byte costs the whole line
+      {"second\nthird\n", 8, 13, ""},                       // 7 bytes of "second\n" are not enough
+      {"a\nno-newline", 0, 0, "a\nno-newline\n"},
+  };
+  const char path[] = "/tmp/rotate-me.log";
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.before);
+    WriteFile(path, c.before);
+    EXPECT_EQ(RotateFile(path, c.bytes), c.dropped);
+    EXPECT_EQ(ReadFileOrEmpty(path), c.after);
+  }
+}
+
+TEST(RotateLogFileBySize, LeavesASmallOrMissingFileAloneAndTrimsOneByteOver) {
+  CreateLogFile();
+  WriteFile(OPERATION_LOG_PATH, std::string(1023, 'a') + "\n");
+  EXPECT_EQ(RotateLogFileBySize(LOG_TYPE_OPERATION, 1), 0);
+  EXPECT_EQ(ReadFileOrEmpty(OPERATION_LOG_PATH).size(), 1024u);
+  WriteFile(OPERATION_LOG_PATH, "x\n" + std::string(1023, 'a') + "\n");
+  EXPECT_EQ(RotateLogFileBySize(LOG_TYPE_OPERATION, 1), 2);
+  EXPECT_EQ(ReadFileOrEmpty(OPERATION_LOG_PATH), std::string(1023, 'a') + "\n");
+  unlink(OPERATION_LOG_PATH);
+  EXPECT_EQ(RotateLogFileBySize(LOG_TYPE_OPERATION, 1), 0);
+  const std::string debug = ReadFileOrEmpty(DEBUG_LOG_PATH);
+  EXPECT_NE(debug.find("Rotate log[" OPERATION_LOG_PATH "], size[2].\n"), std::string::npos);
+  EXPECT_NE(debug.find("Failed to stat [" OPERATION_LOG_PATH "].\n"), std::string::npos);
 }
 
 }  // namespace
