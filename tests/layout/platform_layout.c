@@ -23,13 +23,11 @@ static_assert(SIZE(UINT64, 8) && SIZE(UINT16, 2) && SIZE(UINT8, 1) && SIZE(INT8,
                   SIZE(CHAR, 1) && SIZE(UINT, 4) && SIZE(BOOL, 4) && SIZE(FLOAT, 4),
               "fixed-size words");
 static_assert(HD_VIDEO_FRAME_SIGN == 0x4D524656u && HD_VIDEOENC_BS_SIGN == 0x4D545356u &&
-                  VENDOR_AI_BUF_SIGN == 0x46554241u,
-              "record signs 'VFRM', 'VSTM', 'ABUF'");
-static_assert(HD_COMMON_MEM_VB_INVALID_BLK == -1, "invalid block");
-static_assert(HD_VIDEOENC_PARAM_BUFINFO == 3, "bit-stream buffer parameter");
-static_assert(VENDOR_AI_NET_PARAM_CFG_MODEL == 1 && VENDOR_AI_NET_PARAM_CFG_JOB_OPT == 4 &&
-                  VENDOR_AI_NET_PARAM_CFG_BUF_OPT == 5 && VENDOR_AI_NET_PARAM_CFG_WORKBUF == 41,
-              "network parameter ids");
+                  VENDOR_AI_BUF_SIGN == 0x46554241u && HD_COMMON_MEM_VB_INVALID_BLK == -1 &&
+                  HD_VIDEOENC_PARAM_BUFINFO == 3 && VENDOR_AI_NET_PARAM_CFG_MODEL == 1 &&
+                  VENDOR_AI_NET_PARAM_CFG_JOB_OPT == 4 && VENDOR_AI_NET_PARAM_CFG_BUF_OPT == 5 &&
+                  VENDOR_AI_NET_PARAM_CFG_WORKBUF == 41,
+              "signs 'VFRM', 'VSTM', 'ABUF', the invalid block, parameter ids");
 #define RECORD HD_GFX_SCALE /* two image records, two rectangles, the quality, in this order */
 static_assert(AT(src_img, 0) && AT(dst_img, sizeof(HD_GFX_IMG_BUF)) &&
                   AT(src_region, 2 * sizeof(HD_GFX_IMG_BUF)) &&
@@ -43,18 +41,16 @@ static_assert(AT(src_img, 0) && AT(dst_img, sizeof(HD_GFX_IMG_BUF)) &&
 static_assert(SIZE(UINT32, 4) && SIZE(INT32, 4) && SIZE(HD_PATH_ID, 4) &&
                   SIZE(HD_COMMON_MEM_VB_BLK, 4) && SIZE(HD_DIM, 8) && SIZE(HD_IRECT, 16),
               "words and small records");
-#define RECORD HD_BUFINFO
-static_assert(SIZE(RECORD, 8) && AT(buf_size, 4), "HD_BUFINFO");
-#undef RECORD
+static_assert(SIZE(HD_BUFINFO, 8) && offsetof(HD_BUFINFO, buf_size) == 4 &&
+                  SIZE(HD_VIDEO_BS_DATA, 12) && offsetof(HD_VIDEO_BS_DATA, phy_addr) == 4 &&
+                  offsetof(HD_VIDEO_BS_DATA, size) == 8 && SIZE(HD_VIDEOENC_BUFINFO, 8),
+              "buffer and bit-stream pack records");
 #define RECORD HD_VIDEO_FRAME
 static_assert(SIZE(RECORD, 144) && AT(sign, 0) && AT(p_next, 4) && AT(ddr_id, 8) &&
                   AT(pxlfmt, 12) && AT(dim, 16) && AT(count, 24) && AT(timestamp, 32) &&
                   AT(pw, 40) && AT(ph, 56) && AT(loff, 72) && AT(phy_addr, 88) &&
                   AT(poc_info, 104) && AT(reserved, 108) && AT(blk, 136),
               "HD_VIDEO_FRAME");
-#undef RECORD
-#define RECORD HD_VIDEO_BS_DATA
-static_assert(SIZE(RECORD, 12) && AT(phy_addr, 4) && AT(size, 8), "HD_VIDEO_BS_DATA");
 #undef RECORD
 #define RECORD HD_VIDEOENC_BS
 static_assert(SIZE(RECORD, 144) && AT(sign, 0) && AT(p_next, 4) && AT(vcodec_format, 8) &&
@@ -63,7 +59,6 @@ static_assert(SIZE(RECORD, 144) && AT(sign, 0) && AT(p_next, 4) && AT(vcodec_for
                   AT(blk, 136) && AT(motion_ratio, 140),
               "HD_VIDEOENC_BS");
 #undef RECORD
-static_assert(SIZE(HD_VIDEOENC_BUFINFO, 8), "HD_VIDEOENC_BUFINFO");
 #define RECORD VENDOR_AI_BUF
 static_assert(SIZE(RECORD, 84) && AT(sign, 0) && AT(chunk_size, 4) && AT(ddr_id, 8) && AT(pa, 12) &&
                   AT(va, 16) && AT(size, 20) && AT(fmt, 24) && AT(width, 28) && AT(height, 32) &&

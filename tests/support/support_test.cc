@@ -160,14 +160,9 @@ TEST(Request, SendsItsBodyAndChecksTheReplysHeaderLengthAndContent) {
   EXPECT_EQ(sysapi_storage_format(kPath, "a-device-name-too-long"), -7);
 }
 
-struct Received {
-  int calls = 0;
-  std::string body;
-};
-
-// Writes bytes into one end of a socket pair (then closes it) and processes one message at the
-// other end.
-int ProcessBytes(const std::string& bytes, Received* received) {
+// Writes bytes into one end of a socket pair (then closes it), processes one message at the other
+// end and adds each body handed to the callback to *bodies.
+int ProcessBytes(const std::string& bytes, std::vector<std::string>* bodies) {
   int fds[2];
   EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, fds), 0);
   (void)!write(fds[0], bytes.data(), bytes.size());
@@ -175,30 +170,26 @@ int ProcessBytes(const std::string& bytes, Received* received) {
   const int rc = sysapi_event_process(
       fds[1],
       [](uint32_t, const void* body, uint32_t len, void* user) {
-        auto* r = static_cast<Received*>(user);
-        ++r->calls;
-        r->body.assign(static_cast<const char*>(body), len);
+        static_cast<std::vector<std::string>*>(user)->emplace_back(static_cast<const char*>(body),
+                                                                   len);
       },
-      received);
+      bodies);
   close(fds[1]);
   return rc;
 }
 
 TEST(EventProcess, HandsOnlyAWholeEventBodyToTheCallbackAndTellsRegistrationAnswersApart) {
   const ChildResult result = RunChecksInChild([] {
-    Received refused;
-    EXPECT_EQ(ProcessBytes(Header(0, '1', 5) + "hello", &refused), -8);
-    EXPECT_EQ(ProcessBytes(Header(kSync, '?', 0), &refused), -8);
-    EXPECT_EQ(ProcessBytes(Header(kSync, '1', 1u << 30), &refused), -5);
-    EXPECT_EQ(ProcessBytes(Header(kSync, '1', 10) + "abc", &refused), -6);
-    EXPECT_EQ(ProcessBytes("\xff\xff\xff", &refused), -1);
-    ProcessBytes(Header(kSync, 'E', 4) + Word(0), &refused);
-    ProcessBytes(Header(kSync, 'E', 4) + Word(1), &refused);
-    EXPECT_EQ(refused.calls, 0);
-    Received received;
-    EXPECT_EQ(ProcessBytes(Header(kSync, '1', 5) + "hello", &received), 5);
-    EXPECT_EQ(received.calls, 1);
-    EXPECT_EQ(received.body, "hello");
+    std::vector<std::string> bodies;
+    EXPECT_EQ(ProcessBytes(Header(0, '1', 5) + "hello", &bodies), -8);
+    EXPECT_EQ(ProcessBytes(Header(kSync, '?', 0), &bodies), -8);
+    EXPECT_EQ(ProcessBytes(Header(kSync, '1', 1u << 30), &bodies), -5);
+    EXPECT_EQ(ProcessBytes(Header(kSync, '1', 10) + "abc", &bodies), -6);
+    EXPECT_EQ(ProcessBytes("\xff\xff\xff", &bodies), -1);
+    ProcessBytes(Header(kSync, 'E', 4) + Word(0), &bodies);
+    ProcessBytes(Header(kSync, 'E', 4) + Word(1), &bodies);
+    EXPECT_EQ(ProcessBytes(Header(kSync, '1', 5) + "hello", &bodies), 5);
+    EXPECT_EQ(bodies, std::vector<std::string>{"hello"});
   });
   EXPECT_EQ(result.exit_code, 0) << result.out;
   EXPECT_TRUE(Contains(result.err, "]: event registed\n")) << result.err;
