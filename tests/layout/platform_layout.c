@@ -2,11 +2,14 @@
  * record, the offset of every field, and the identifiers whose values travel in them. The daemon
  * hands these records to the platform by value, so a field that moves must stop the ARM build
  * here. On a 64-bit host the words are wider by design. Nothing runs: the checks hold when this
- * file compiles. One check per record: RECORD names it, AT places each of its fields. */
+ * file compiles, as C11 and as C++ (platform_layout_cxx.cc). One check per record: RECORD names
+ * it, AT places each of its fields. */
 #include <assert.h>
 #include <stddef.h>
 
 #include "hdal.h"
+#include "param_observer.h"
+#include "pgo.h"
 #include "vendor_ai.h"
 
 #define SIZE(type, size) (sizeof(type) == (size))
@@ -28,6 +31,10 @@ static_assert(HD_VIDEO_FRAME_SIGN == 0x4D524656u && HD_VIDEOENC_BS_SIGN == 0x4D5
                   VENDOR_AI_NET_PARAM_CFG_JOB_OPT == 4 && VENDOR_AI_NET_PARAM_CFG_BUF_OPT == 5 &&
                   VENDOR_AI_NET_PARAM_CFG_WORKBUF == 41,
               "signs 'VFRM', 'VSTM', 'ABUF', the invalid block, parameter ids");
+static_assert((UINT32)HD_VIDEO_PXLFMT_YUV420 == 0x520c0420u &&
+                  (UINT32)HD_VIDEO_PXLFMT_AI_SINT16 == 0xa1100000u &&
+                  ((UINT32)HD_VIDEO_PXLFMT_AI_SINT16 & HD_VIDEO_PXLFMT_FRAC_MASK) == 0,
+              "pixel format words");
 #define RECORD HD_GFX_SCALE /* two image records, two rectangles, the quality, in this order */
 static_assert(AT(src_img, 0) && AT(dst_img, sizeof(HD_GFX_IMG_BUF)) &&
                   AT(src_region, 2 * sizeof(HD_GFX_IMG_BUF)) &&
