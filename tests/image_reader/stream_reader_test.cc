@@ -75,9 +75,8 @@ TEST(StreamReader, AFailingPullGivesOneLogLineAndNoImageThenReadingGoesOn) {
   });
   EXPECT_EQ(result.exit_code, 0) << result.out << result.err;
   EXPECT_EQ(CountErrorLogLines(result.out), 1) << result.out;
-  EXPECT_NE(result.out.find("[Mirvane][Err] stream_reader.cc:"), std::string::npos);
-  EXPECT_NE(result.out.find(":Read: hd_videoproc_pull_out_buf fail. err[-10]\n"), std::string::npos)
-      << result.out;
+  EXPECT_NE(result.out.find("[Mirvane][Err] stream_reader.cc:"), -1);
+  EXPECT_NE(result.out.find(":Read: hd_videoproc_pull_out_buf fail. err[-10]\n"), -1) << result.out;
 }
 
 }  // namespace

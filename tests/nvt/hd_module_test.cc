@@ -22,10 +22,6 @@ using testing::ReadFileOrEmpty;
 using testing::RunChecksInChild;
 using testing::UseSimSettings;
 
-bool Contains(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
-}
-
 TEST(HdModule, AStartAfterAnUncleanExitTakesTheBlockBackThroughTheIdFileOnly) {
   const ChildResult killed = RunChecksInChild([] {
     HdModule arena;
@@ -54,7 +50,7 @@ TEST(HdModule, AStartAfterAnUncleanExitTakesTheBlockBackThroughTheIdFileOnly) {
     EXPECT_EQ(arena.remaining(), HdModule::kBlockSize);
   });
   EXPECT_EQ(next.exit_code, 0) << next.out << next.err;
-  EXPECT_TRUE(Contains(next.out, "hd_common_mem_get_block fail, try release previous get.\n"));
+  EXPECT_NE(next.out.find("hd_common_mem_get_block fail, try release previous get.\n"), -1);
   EXPECT_EQ(CountErrorLogLines(next.out), 1) << next.out;
   EXPECT_EQ(access(kMemBlkIdFilePath, F_OK), -1) << "a clean exit releases and removes the file";
 
@@ -69,7 +65,7 @@ TEST(HdModule, RetriesAFailingPlatformInit) {
     HdModule arena;
   });
   EXPECT_EQ(result.exit_code, 0) << result.out << result.err;
-  EXPECT_TRUE(Contains(result.out, "Retry[0] hd_common_init fail=-10\n")) << result.out;
+  EXPECT_NE(result.out.find("Retry[0] hd_common_init fail=-10\n"), -1) << result.out;
   EXPECT_EQ(CountErrorLogLines(result.out), 1) << result.out;
 }
 

@@ -26,7 +26,7 @@ using testing::PlatformUp;
 using testing::RunInChild;
 using testing::UseSimSettings;
 
-constexpr UINT32 kBlockSize = 32u << 20;
+constexpr UINT32 kBlockSize = MappedBlock::kSize;
 constexpr HD_COMMON_MEM_VB_BLK kNoBlock = HD_COMMON_MEM_VB_INVALID_BLK;
 
 HD_COMMON_MEM_VB_BLK TakeCnnBlock(UINT32 size = kBlockSize) {
@@ -204,12 +204,7 @@ HD_IRECT ChromaRect(HD_IRECT r) {
 }
 
 HD_GFX_SCALE Request(const Picture& src, HD_IRECT sr, const Picture& dst, HD_IRECT dr) {
-  HD_GFX_SCALE request = {};
-  request.src_img = src.Image();
-  request.dst_img = dst.Image();
-  request.src_region = sr;
-  request.dst_region = dr;
-  return request;
+  return HD_GFX_SCALE{src.Image(), dst.Image(), sr, dr, {}};
 }
 
 HD_RESULT Scale(const Picture& src, HD_IRECT sr, const Picture& dst, HD_IRECT dr) {

@@ -24,9 +24,8 @@ class OneShotServer {
     sockaddr_un addr = {};
     addr.sun_family = AF_UNIX;
     std::snprintf(addr.sun_path, sizeof(addr.sun_path), "%s", path.c_str());
-    if (bind(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0 || listen(fd_, 1) != 0) {
-      return;
-    }
+    if (bind(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0) return;
+    listen(fd_, 1);
     thread_ = std::thread([this, reply] {
       const int client = accept(fd_, nullptr, nullptr);
       cmd_hdr hdr;
