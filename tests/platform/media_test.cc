@@ -1,6 +1,6 @@
 // Device memory and the media hardware working in it, on the host simulation through the
-// platform's C API: block ownership shared by processes (a killed owner leaves its block taken),
-// mappings, the order of the calls and their error returns, fault injection; the scaler against an
+// platform's C API: blocks and their bytes shared by processes (a killed owner leaves its block
+// taken), the order of the calls and their error returns, fault injection; the scaler against an
 // independent bilinear reference and the checks of a scale request; the encoder's ordering rules.
 // (The JPEG's content is checked through the daemon's snapshot getter.)
 #include <gtest/gtest.h>
