@@ -6,11 +6,9 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdint>
 #include <map>
 #include <random>
 #include <set>
-#include <utility>
 #include <vector>
 
 #include "testing/manual_clock.h"
@@ -21,24 +19,16 @@ namespace {
 
 using std::chrono::milliseconds;
 using testing::ManualClock;
+using Ids = std::vector<uint32_t>;
+using IdSet = std::unordered_set<uint32_t>;
 
 constexpr float kThreshold = 0.6f;
 constexpr float kStrong = 0.9f;
 constexpr float kWeak = 0.3f;
 
-// A square box of side `size` centred on (cx, cy), in pixels, without motion offset.
-TrackedObject Square(float cx, float cy, float size, float score) {
+TrackedObject Rect(float xmin, float ymin, float xmax, float ymax, float score = 0) {
   TrackedObject box;
   box.score = score;
-  box.xmin = cx - size / 2;
-  box.xmax = cx + size / 2;
-  box.ymin = cy - size / 2;
-  box.ymax = cy + size / 2;
-  return box;
-}
-
-TrackedObject Rect(float xmin, float ymin, float xmax, float ymax) {
-  TrackedObject box;
   box.xmin = xmin;
   box.ymin = ymin;
   box.xmax = xmax;
@@ -46,31 +36,26 @@ TrackedObject Rect(float xmin, float ymin, float xmax, float ymax) {
   return box;
 }
 
-std::vector<float> ScoresOf(const std::vector<TrackedObject>& boxes) {
-  std::vector<float> scores;
-  for (const TrackedObject& box : boxes) scores.push_back(box.score);
-  return scores;
+// A square box of side `size` centred on (cx, cy), in pixels, without motion offset.
+TrackedObject Square(float cx, float cy, float size, float score) {
+  return Rect(cx - size / 2, cy - size / 2, cx + size / 2, cy + size / 2, score);
 }
 
 std::vector<TrackedObject> Step(GreedyTracker* tracker, const std::vector<TrackedObject>& boxes) {
-  return tracker->Update(boxes, ScoresOf(boxes));
+  std::vector<float> scores;
+  for (const TrackedObject& box : boxes) scores.push_back(box.score);
+  return tracker->Update(boxes, scores);
 }
 
-std::vector<uint32_t> IdsOf(const std::vector<TrackedObject>& objects) {
-  std::vector<uint32_t> ids;
+Ids IdsOf(const std::vector<TrackedObject>& objects) {
+  Ids ids;
   for (const TrackedObject& object : objects) ids.push_back(object.tracking_id);
   return ids;
 }
 
-using Ids = std::vector<uint32_t>;
-using IdSet = std::unordered_set<uint32_t>;
-
 // A tracker with an id counter of its own and a clock moved by hand.
 struct Rig {
   explicit Rig(uint32_t first_id = 0) : next_id(first_id) {}
-  Rig(const Rig&) = delete;
-  Rig& operator=(const Rig&) = delete;
-
   std::vector<TrackedObject> Frame(const std::vector<TrackedObject>& boxes) {
     return Step(&tracker, boxes);
   }
@@ -81,89 +66,66 @@ struct Rig {
   GreedyTracker tracker{&next_id, kThreshold, clock.Source()};
 };
 
-// A rig whose tracker holds one track, id 0, of a 20 px box at (100, 100), seen 40 ms ago.
-void StartOneTrack(Rig* rig) {
-  rig->Frame({Square(100, 100, 20, kStrong)});
-  rig->clock.Advance(milliseconds(40));
-}
-
-TEST(GreedyTrackerBirth, ConfidentBoxesStartTracksInBoxOrderFromTheSharedCounter) {
+TEST(GreedyTrackerBirth, OnlyConfidentBoxesStartTracksInBoxOrderFromTheSharedCounter) {
   Rig rig(5);
   const std::vector<TrackedObject> boxes = {
-      Square(100, 100, 20, kStrong), Square(300, 100, 20, 0.7f), Square(500, 100, 20, kStrong)};
+      Square(100, 100, 20, kStrong), Square(200, 100, 20, kThreshold), Square(300, 100, 20, 0.7f),
+      Square(400, 100, 20, kWeak), Square(500, 100, 20, kStrong)};
   const std::vector<TrackedObject> out = rig.Frame(boxes);
-  EXPECT_EQ(IdsOf(out), (Ids{5, 6, 7}));
+  ASSERT_EQ(IdsOf(out), (Ids{5, 6, 7}));
   EXPECT_EQ(rig.next_id, 8u);
-  ASSERT_EQ(out.size(), 3u);
-  EXPECT_EQ(out[1].xmin, boxes[1].xmin);
-}
-
-TEST(GreedyTrackerBirth, BoxesAtOrBelowTheThresholdStartNothing) {
-  Rig rig;
-  EXPECT_TRUE(rig.Frame({Square(100, 100, 20, kThreshold), Square(300, 100, 20, kWeak)}).empty());
-  EXPECT_EQ(rig.next_id, 0u);
-  // Nothing was kept either: a confident box at the same place is a new track.
-  EXPECT_EQ(rig.FrameIds({Square(100, 100, 20, kStrong)}), (Ids{0}));
-}
-
-TEST(GreedyTrackerMatch, ABoxMovedBackByItsOffsetContinuesTheTrack) {
-  Rig rig;
-  StartOneTrack(&rig);
-  // 30 px away (900 > area 400), but the offset says it came from the track's place.
-  TrackedObject moved = Square(130, 100, 20, kStrong);
-  moved.offset_x = -30;
-  moved.reserved = 77;
-  moved.age_ms = 12345;
-  const std::vector<TrackedObject> out = rig.Frame({moved});
-  ASSERT_EQ(IdsOf(out), (Ids{0}));
-  // The output is the input box, unchanged but for the id.
-  EXPECT_EQ(out[0].xmin, moved.xmin);
-  EXPECT_EQ(out[0].offset_x, moved.offset_x);
-  EXPECT_EQ(out[0].reserved, 77u);
-  EXPECT_EQ(out[0].age_ms, 12345);
-
-  // The same jump without the offset is too far: a new track.
+  EXPECT_EQ(out[1].xmin, boxes[2].xmin);
+  // The boxes at or below the threshold were not kept either: a confident box there is new.
   rig.clock.Advance(milliseconds(40));
-  EXPECT_EQ(rig.FrameIds({Square(160, 100, 20, kStrong)}), (Ids{1}));
+  EXPECT_EQ(rig.FrameIds({Square(200, 100, 20, kStrong)}), (Ids{8}));
 }
 
-TEST(GreedyTrackerMatch, AWeakBoxContinuesATrackButNeverStartsOne) {
-  Rig rig;
-  StartOneTrack(&rig);
-  EXPECT_EQ(rig.FrameIds({Square(104, 100, 20, kWeak)}), (Ids{0}));
-  rig.clock.Advance(milliseconds(40));
-  // At exactly the threshold a box is weak as well.
-  EXPECT_EQ(rig.FrameIds({Square(108, 100, 20, kThreshold)}), (Ids{0}));
-  rig.clock.Advance(milliseconds(40));
-  EXPECT_TRUE(rig.Frame({Square(400, 400, 20, kWeak)}).empty());
-  EXPECT_EQ(rig.next_id, 1u);
-}
-
-TEST(GreedyTrackerMatch, AConfidentBoxWinsOverANearerWeakOne) {
-  Rig rig;
-  StartOneTrack(&rig);
-  const TrackedObject weak_on_top = Square(100, 100, 20, kWeak);
-  const TrackedObject strong_beside = Square(110, 100, 20, kStrong);
-  const std::vector<TrackedObject> out = rig.Frame({weak_on_top, strong_beside});
-  // The weak box found nothing left to continue and could not start a track.
-  ASSERT_EQ(IdsOf(out), (Ids{0}));
-  EXPECT_EQ(out[0].xmin, strong_beside.xmin);
-}
-
-TEST(GreedyTrackerMatch, AmongConfidentBoxesTheNearerContinuesAndTheOtherIsBorn) {
-  Rig rig;
-  StartOneTrack(&rig);
-  const std::vector<TrackedObject> out =
-      rig.Frame({Square(112, 100, 20, kStrong), Square(103, 100, 20, kStrong)});
-  // Continued boxes come first, then births.
-  ASSERT_EQ(IdsOf(out), (Ids{0, 1}));
-  EXPECT_EQ(out[0].xmin, 93.0f);
+TEST(GreedyTrackerMatch, ContinuesTheOneTrackByDistanceConfidenceAndOffset) {
+  TrackedObject moved_back = Square(130, 100, 20, kStrong);  // 900 > area 400 without offset
+  moved_back.offset_x = -30;
+  moved_back.reserved = 77;
+  moved_back.age_ms = 12345;
+  const struct {
+    const char* name;
+    std::vector<TrackedObject> boxes;
+    Ids ids;
+    int continuing;  // the box that continues track 0, returned unchanged but for the id
+  } cases[] = {
+      {"moved back by its offset", {moved_back}, {0}, 0},
+      {"same jump without offset", {Square(130, 100, 20, kStrong)}, {1}, -1},
+      {"weak box near", {Square(104, 100, 20, kWeak)}, {0}, 0},
+      {"box at the threshold is weak", {Square(108, 100, 20, kThreshold)}, {0}, 0},
+      {"weak box far", {Square(400, 400, 20, kWeak)}, {}, -1},
+      {"confident beats a nearer weak box",
+       {Square(100, 100, 20, kWeak), Square(110, 100, 20, kStrong)},
+       {0},
+       1},
+      {"nearer confident continues, the other is born after it",
+       {Square(112, 100, 20, kStrong), Square(103, 100, 20, kStrong)},
+       {0, 1},
+       1},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    Rig rig;
+    rig.Frame({Square(100, 100, 20, kStrong)});
+    rig.clock.Advance(milliseconds(40));
+    const std::vector<TrackedObject> out = rig.Frame(c.boxes);
+    EXPECT_EQ(IdsOf(out), c.ids);
+    EXPECT_EQ(rig.next_id, 1 + std::count(c.ids.begin(), c.ids.end(), 1u));
+    if (c.continuing < 0) continue;
+    const TrackedObject& in = c.boxes[c.continuing];
+    ASSERT_FALSE(out.empty());
+    EXPECT_EQ(out[0].xmin, in.xmin);
+    EXPECT_EQ(out[0].offset_x, in.offset_x);
+    EXPECT_EQ(out[0].reserved, in.reserved);
+    EXPECT_EQ(out[0].age_ms, in.age_ms);
+  }
 }
 
 TEST(GreedyTrackerMatch, EachTrackAndEachBoxIsUsedOnce) {
   Rig rig;
   rig.Frame({Square(100, 100, 40, kStrong), Square(120, 100, 40, kStrong)});
-  rig.clock.Advance(milliseconds(40));
   // Both boxes are nearest to track 0; track 1 takes what is left.
   EXPECT_EQ(rig.FrameIds({Square(101, 100, 40, kStrong), Square(102, 100, 40, kStrong)}),
             (Ids{0, 1}));
@@ -224,31 +186,7 @@ TEST(GreedyTrackerExpiry, AnUnmatchedTrackIsKeptForHalfASecondAndDroppedOnceAfte
   EXPECT_EQ(rig.FrameIds({Square(100, 100, 20, kStrong)}), (Ids{2}));
 }
 
-// A tracker whose tracks never expire, through the track-making hook.
-class KeepingTracker : public GreedyTracker {
- public:
-  using GreedyTracker::GreedyTracker;
-
- protected:
-  Track CreateTrack(uint32_t id, const TrackedObject& record) override {
-    Track track(id, Now(), false);
-    track.Update(record, Now());
-    return track;
-  }
-};
-
-TEST(GreedyTrackerExpiry, ATrackWithAFixedAnswerIgnoresTheClock) {
-  uint32_t next_id = 0;
-  ManualClock clock;
-  KeepingTracker tracker(&next_id, kThreshold, clock.Source());
-  Step(&tracker, {Square(100, 100, 20, kStrong)});
-  clock.Advance(std::chrono::hours(1));
-  Step(&tracker, {});
-  EXPECT_TRUE(tracker.RemovedIds().empty());
-  EXPECT_EQ(IdsOf(Step(&tracker, {Square(100, 100, 20, kWeak)})), (Ids{0}));
-}
-
-TEST(Track, AgeIsTheWholeMillisecondsSinceTheFirstSighting) {
+TEST(Track, AgeIsTheWholeMillisecondsSinceTheFirstSightingAndExpiryFollowsTheLastOne) {
   ManualClock clock;
   GreedyTracker::Track track(7, clock.Now());
   TrackedObject record = Square(10, 10, 4, kStrong);
@@ -256,14 +194,16 @@ TEST(Track, AgeIsTheWholeMillisecondsSinceTheFirstSighting) {
   track.Update(record, clock.Now());
   EXPECT_EQ(track.Record().age_ms, 0);
   EXPECT_EQ(track.Record().tracking_id, 7u);
-
   clock.Advance(std::chrono::microseconds(1999));
   track.Update(Square(12, 10, 4, kStrong), clock.Now());
   EXPECT_EQ(track.Record().age_ms, 1);
   EXPECT_EQ(track.Box().xmin, 10.0f);
-  EXPECT_EQ(track.Id(), 7u);
   EXPECT_FALSE(track.IsExpired(clock.Now() + kTrackExpiry));
   EXPECT_TRUE(track.IsExpired(clock.Now() + kTrackExpiry + std::chrono::nanoseconds(1)));
+  // A track built with a fixed answer ignores the clock.
+  EXPECT_FALSE(
+      GreedyTracker::Track(8, clock.Now(), false).IsExpired(clock.Now() + std::chrono::hours(1)));
+  EXPECT_TRUE(GreedyTracker::Track(9, clock.Now(), true).IsExpired(clock.Now()));
 }
 
 // Random scenes: objects in lanes too far apart for a box to reach another lane, moving back and
@@ -276,17 +216,15 @@ void CheckSceneKeepsIdentities(unsigned seed) {
   constexpr float kWidth = 1280.0f;
   struct Object {
     float x, size, speed;
-    int missing = 0;
+    int missing;
   };
   std::vector<Object> objects;
   for (int i = 0; i < kObjects; ++i) {
     const float size = 30.0f + 30.0f * unit(random);
     objects.push_back(
-        {size + (kWidth - 2 * size) * unit(random), size, (unit(random) - 0.5f) * 0.3f * size});
+        {size + (kWidth - 2 * size) * unit(random), size, (unit(random) - 0.5f) * 0.3f * size, 0});
   }
-  uint32_t next_id = 0;
-  ManualClock clock;
-  GreedyTracker tracker(&next_id, kThreshold, clock.Source());
+  Rig rig;
   std::map<int, uint32_t> id_of;
   for (int frame = 0; frame < 300; ++frame) {
     std::vector<std::pair<TrackedObject, int>> boxes;  // with the object each box shows
@@ -312,14 +250,14 @@ void CheckSceneKeepsIdentities(unsigned seed) {
     std::shuffle(boxes.begin(), boxes.end(), random);
     std::vector<TrackedObject> shuffled;
     for (const auto& box : boxes) shuffled.push_back(box.first);
-    for (const TrackedObject& out : Step(&tracker, shuffled)) {
+    for (const TrackedObject& out : rig.Frame(shuffled)) {
       size_t k = 0;
       while (shuffled[k].xmin != out.xmin || shuffled[k].ymin != out.ymin) ++k;
       ASSERT_EQ(id_of.emplace(boxes[k].second, out.tracking_id).first->second, out.tracking_id)
           << "seed " << seed << " frame " << frame << " object " << boxes[k].second;
     }
-    EXPECT_TRUE(tracker.RemovedIds().empty()) << "seed " << seed << " frame " << frame;
-    clock.Advance(milliseconds(40));
+    EXPECT_TRUE(rig.tracker.RemovedIds().empty()) << "seed " << seed << " frame " << frame;
+    rig.clock.Advance(milliseconds(40));
   }
   std::set<uint32_t> distinct;
   for (const auto& entry : id_of) distinct.insert(entry.second);
