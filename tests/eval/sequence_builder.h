@@ -1,8 +1,16 @@
-// Builds metric fixtures frame by frame. Objects stand in columns ten units apart so that only
-// boxes in the same column overlap; a hypothesis in a column overlaps the true box there with
-// exactly the IoU it is given (same box, height cut to the IoU).
+// Metric fixtures written as text, one string per frame: "truth | hypotheses", each box
+// "id@column" or "id@column:iou", with an optional "N*" in front to repeat the frame N times.
+// Objects stand in columns ten units apart so that only boxes in the same column overlap; a
+// hypothesis overlaps the true box of its column with exactly the IoU it is given (same box,
+// height cut to the IoU).
 #ifndef MIRVANE_TESTS_EVAL_SEQUENCE_BUILDER_H
 #define MIRVANE_TESTS_EVAL_SEQUENCE_BUILDER_H
+
+#include <cinttypes>
+#include <cstdio>
+#include <sstream>
+#include <string>
+#include <vector>
 
 #include "sequence.h"
 
@@ -14,25 +22,30 @@ inline Box Cell(int column, double height = 1.0) {
   return Box{x, 0.0, x + 1.0, height};
 }
 
-class SequenceBuilder {
- public:
-  SequenceBuilder& Frame() {
-    sequence_.emplace_back();
-    return *this;
+inline Sequence Frames(const std::vector<std::string>& frames) {
+  Sequence sequence;
+  for (const std::string& text : frames) {
+    SequenceFrame frame;
+    std::istringstream words(text);
+    std::string word;
+    int repeat = 1;
+    bool hypotheses = false;
+    while (words >> word) {
+      int64_t id = 0;
+      int column = 0;
+      double iou = 1.0;
+      if (word == "|") {
+        hypotheses = true;
+      } else if (word.back() == '*') {
+        repeat = std::stoi(word);
+      } else if (std::sscanf(word.c_str(), "%" SCNd64 "@%d:%lf", &id, &column, &iou) >= 2) {
+        (hypotheses ? frame.hypotheses : frame.truth).push_back({id, Cell(column, iou)});
+      }
+    }
+    sequence.insert(sequence.end(), static_cast<size_t>(repeat), frame);
   }
-  SequenceBuilder& Truth(int64_t id, int column) {
-    sequence_.back().truth.push_back({id, Cell(column)});
-    return *this;
-  }
-  SequenceBuilder& Hyp(int64_t id, int column, double iou = 1.0) {
-    sequence_.back().hypotheses.push_back({id, Cell(column, iou)});
-    return *this;
-  }
-  Sequence Build() const { return sequence_; }
-
- private:
-  Sequence sequence_;
-};
+  return sequence;
+}
 
 // Two true objects: a (id 1, column 0) in frames 0-4 and b (id 2, column 1) in frames 0-3.
 // The tracker splits a into h1 (frames 0-1), h2 (2-3) and h3 (4), and b into h4 (0-1) and
@@ -50,13 +63,8 @@ class SequenceBuilder {
 // 2 for each object: IDTP = 4, IDFN = 9 - 4 = 5, IDFP = 11 - 4 = 7.
 //   IDF1 = 2*4 / (9 + 11) = 0.4;  IDP = 4/11;  IDR = 4/9.
 inline Sequence TwoTracksSplitThreeSwitches() {
-  SequenceBuilder b;
-  b.Frame().Truth(1, 0).Truth(2, 1).Hyp(1, 0).Hyp(4, 1);
-  b.Frame().Truth(1, 0).Truth(2, 1).Hyp(1, 0).Hyp(4, 1, 0.6);
-  b.Frame().Truth(1, 0).Truth(2, 1).Hyp(1, 0, 0.3).Hyp(2, 0).Hyp(5, 1);
-  b.Frame().Truth(1, 0).Truth(2, 1).Hyp(1, 0, 0.3).Hyp(2, 0).Hyp(5, 1);
-  b.Frame().Truth(1, 0).Hyp(3, 0);
-  return b.Build();
+  return Frames(
+      {"1@0 2@1 | 1@0 4@1", "1@0 2@1 | 1@0 4@1:0.6", "2* 1@0 2@1 | 1@0:0.3 2@0 5@1", "1@0 | 3@0"});
 }
 
 }  // namespace eval

@@ -1,0 +1,190 @@
+// CLEAR MOT, identity and HOTA scores on the reference fixture and on hand-computed cases.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "clear_mot.h"
+#include "hota.h"
+#include "identity.h"
+#include "sequence_builder.h"
+
+namespace mirvane {
+namespace eval {
+namespace {
+
+constexpr double kThreshold = 0.5;
+constexpr double kAny = -1;  // a ratio the row does not check
+
+void ExpectRatio(double actual, double expected, const char* what) {
+  if (expected == kAny) return;
+  if (std::isnan(expected)) {
+    EXPECT_TRUE(std::isnan(actual)) << what << " " << actual;
+  } else if (actual != expected) {  // infinities compare equal
+    EXPECT_NEAR(actual, expected, 1e-12) << what;
+  }
+}
+
+// Shared frames a-h1 3, a-h2 2, b-h1 2: greedy a-h1 gives 3, the optimum a-h2 b-h1 4.
+Sequence GreedyPairingLoses() {
+  return Frames({"3* 1@0 | 1@0", "2* 1@0 | 2@0", "2* 2@1 | 1@1"});
+}
+
+TEST(ClearMotAndIdentity, ScoreHandComputedSequences) {
+  const struct {
+    const char* name;
+    Sequence sequence;
+    int64_t matches, misses, false_positives, switches, fragmentations;
+    double mota, motp;
+    int64_t idtp, idfn, idfp;
+    double idf1;
+  } cases[] = {
+      {"two tracks split with three switches", TwoTracksSplitThreeSwitches(), 9, 0, 2, 3, 0,
+       1 - 5 / 9.0, 8.6 / 9, 4, 5, 7, 0.4},
+      {"perfect", Frames({"2* 7@0 | 70@0", "4* 7@0 8@1 | 70@0 80@1"}), 10, 0, 0, 0, 0, 1, 1, 10, 0,
+       0, 1},
+      {"no hypotheses", Frames({"4* 1@0 2@1 |"}), 0, 8, 0, 0, 0, 0, NAN, 0, 8, 0, 0},
+      {"no truth", Frames({"| 1@0 2@1", ""}), 0, 0, 2, 0, 0, -INFINITY, NAN, 0, 0, 2, 0},
+      // The averaging example of the CLEAR MOT paper: weighed by objects, not frame by frame.
+      {"four missed then one tracked", Frames({"4* 1@0 2@1 3@2 4@3 |", "4* 4@3 | 4@3"}), 4, 16, 0,
+       0, 0, 0.2, 1, 4, 16, 0, 1 / 3.0},
+      // h1 still overlaps 0.6: no switch to h2 although it fits better.
+      {"keeps the previous partner", Frames({"1@0 | 1@0", "1@0 | 1@0:0.6 2@0"}), 2, 0, 1, 0, 0, 0.5,
+       0.8, 2, 0, 1, 0.8},
+      {"takes the tightest box once the partner falls below",
+       Frames({"1@0 | 1@0", "1@0 | 1@0:0.45 2@0:0.55 3@0:0.9"}), 2, 0, 2, 1, 0, -0.5, 0.95, 1, 1, 3,
+       1 / 3.0},
+      {"overlap exactly at the threshold matches", Frames({"1@0 | 1@0:0.5", "1@0 | 1@0:0.499"}), 1,
+       1, 1, 0, 0, 0, 0.5, 1, 1, 1, 0.5},
+      // Object 1 is lost for a frame and found by h1 again: a fragmentation, no switch. Object 2
+      // comes back under h3: a switch although it was absent in between.
+      {"remembers the partner across gaps",
+       Frames({"1@0 2@1 | 1@0 2@1", "1@0 | 1@0:0.2", "1@0 2@1 | 1@0 3@1"}), 4, 1, 1, 1, 1, 0.4, 1,
+       3, 2, 2, 0.6},
+      {"pairs identities globally", GreedyPairingLoses(), 7, 0, 0, 1, 0, 6 / 7.0, 1, 4, 3, 3,
+       8 / 14.0},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const ClearMot m = ComputeClearMot(c.sequence, kThreshold);
+    EXPECT_EQ(m.frames, static_cast<int64_t>(c.sequence.size()));
+    EXPECT_EQ(m.matches, c.matches);
+    EXPECT_EQ(m.misses, c.misses);
+    EXPECT_EQ(m.false_positives, c.false_positives);
+    EXPECT_EQ(m.switches, c.switches);
+    EXPECT_EQ(m.fragmentations, c.fragmentations);
+    ExpectRatio(m.Mota(), c.mota, "MOTA");
+    ExpectRatio(m.Motp(), c.motp, "MOTP");
+    const IdentityScores s = ComputeIdentity(c.sequence, kThreshold);
+    EXPECT_EQ(s.idtp, c.idtp);
+    EXPECT_EQ(s.idfn, c.idfn);
+    EXPECT_EQ(s.idfp, c.idfp);
+    ExpectRatio(s.Idf1(), c.idf1, "IDF1");
+  }
+  const ClearMot m = ComputeClearMot(TwoTracksSplitThreeSwitches(), kThreshold);
+  EXPECT_DOUBLE_EQ(m.Recall(), 1.0);
+  EXPECT_NEAR(m.Precision(), 9 / 11.0, 1e-12);
+  const IdentityScores s = ComputeIdentity(TwoTracksSplitThreeSwitches(), kThreshold);
+  EXPECT_NEAR(s.Idp(), 4 / 11.0, 1e-12);
+  EXPECT_NEAR(s.Idr(), 4 / 9.0, 1e-12);
+  EXPECT_EQ(ComputeIdentity(GreedyPairingLoses(), kThreshold).pairing,
+            (std::map<int64_t, int64_t>{{1, 2}, {2, 1}}));
+}
+
+// Tracked (T) and missed (M) appearances per object, absent frames (-) left out:
+//   object 1: 4/8 tracked: partially; two interruptions (the trailing miss is not one)
+//   object 2: 8/10: mostly tracked (the bound is inclusive)
+//   object 3: 1/6: mostly lost;  object 4: 1/5: partially tracked (inclusive)
+TEST(ClearMot, CountsFragmentationsAndTrackedRatios) {
+  const char* const kStates[] = {"TTMTMMTM--", "MMTTTTTTTT", "TMMMMM----", "MMMMT-----"};
+  std::vector<std::string> frames;
+  for (size_t f = 0; f < 10; ++f) {
+    std::string truth, hypotheses;
+    for (int object = 0; object < 4; ++object) {
+      const std::string box = std::to_string(object + 1) + "@" + std::to_string(object) + " ";
+      if (kStates[object][f] != '-') truth += box;
+      if (kStates[object][f] == 'T') hypotheses += box;
+    }
+    frames.push_back(truth + "| " + hypotheses);
+  }
+  const ClearMot m = ComputeClearMot(Frames(frames), kThreshold);
+  EXPECT_EQ(m.truth_boxes, 8 + 10 + 6 + 5);
+  EXPECT_EQ(m.matches, 4 + 8 + 1 + 1);
+  EXPECT_EQ(m.truth_ids, 4);
+  EXPECT_EQ(m.hypothesis_ids, 4);
+  EXPECT_EQ(m.fragmentations, 2);
+  EXPECT_EQ(m.mostly_tracked, 1);
+  EXPECT_EQ(m.partially_tracked, 2);
+  EXPECT_EQ(m.mostly_lost, 1);
+  EXPECT_EQ(m.switches, 0);
+}
+
+TEST(Hota, AlphasRunFromFivePercentToNinetyFive) {
+  EXPECT_DOUBLE_EQ(HotaAlpha(0), 0.05);
+  EXPECT_NEAR(HotaAlpha(kHotaAlphaCount - 1), 0.95, 1e-12);
+}
+
+// Split track: one object over four frames, h1 in frames 0-1 and h2 in 2-3, all at IoU 0.625.
+//   alpha <= 0.60 (12 alphas): TP 4, DetA 1; each pair 2 matches over a union of 4: AssA 0.5,
+//   AssRe 0.5, AssPr 1. Above (7 alphas): no TP, all zero, LocA 1 (vacuous).
+// Alignment: a followed by h1 (IoU 1, 1, 0.8); in frame 2 h2 covers a exactly. HOTA pairs by
+// IoU times global alignment: a-h1 (2 + 4/9) / (6 - (2 + 4/9)) = 0.6875 -> score 0.55 against
+// a-h2 (5/9) / (4 - 5/9) -> 0.161: a keeps h1 and h2 is a false positive.
+//   alpha <= 0.80 (16): TP 3, FP 1: DetA 3/4, AssA 1. Above (3): TP 2, FN 1, FP 2: DetA 2/5,
+//   a-h1 2 matches over 3 + 3 - 2: AssA 1/2.
+TEST(Hota, ScoresHandComputedSequencesAlphaByAlpha) {
+  struct AtAlpha {
+    size_t alpha;
+    int64_t tp, fn, fp;
+    double det_a, ass_a, ass_re, ass_pr, loc_a;
+  };
+  const struct {
+    const char* name;
+    Sequence sequence;
+    std::vector<AtAlpha> at;
+    double hota, det_a, ass_a, loc_a;  // means over the alphas
+  } cases[] = {
+      {"perfect", Frames({"2* 1@0 2@1 | 5@0 6@1", "1@0 | 5@0"}), {}, 1, 1, 1, 1},
+      {"no hypotheses", Frames({"3* 1@0 |"}), {{0, 0, 3, 0, 0, 0, kAny, kAny, 1}}, 0, 0, 0, 1},
+      {"split track",
+       Frames({"2* 1@0 | 1@0:0.625", "2* 1@0 | 2@0:0.625"}),
+       {{11, 4, 0, 0, 1, 0.5, 0.5, 1, 0.625}, {12, 0, 4, 4, 0, 0, kAny, kAny, 1}},
+       12 * std::sqrt(0.5) / 19,
+       12 / 19.0,
+       6 / 19.0,
+       (12 * 0.625 + 7) / 19},
+      {"alignment before overlap",
+       Frames({"2* 1@0 | 1@0", "1@0 | 1@0:0.8 2@0"}),
+       {{15, 3, 0, 1, 0.75, 1, 1, 1, 2.8 / 3}, {16, 2, 1, 2, 0.4, 0.5, 2 / 3.0, 2 / 3.0, 1}},
+       (16 * std::sqrt(0.75) + 3 * std::sqrt(0.2)) / 19,
+       (16 * 0.75 + 3 * 0.4) / 19,
+       (16 + 3 * 0.5) / 19,
+       (16 * 2.8 / 3 + 3) / 19},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const HotaScores s = ComputeHota(c.sequence);
+    for (const AtAlpha& e : c.at) {
+      SCOPED_TRACE(e.alpha);
+      const HotaAtAlpha& a = s.at_alpha[e.alpha];
+      EXPECT_EQ(a.tp, e.tp);
+      EXPECT_EQ(a.fn, e.fn);
+      EXPECT_EQ(a.fp, e.fp);
+      ExpectRatio(a.det_a, e.det_a, "DetA");
+      ExpectRatio(a.ass_a, e.ass_a, "AssA");
+      ExpectRatio(a.ass_re, e.ass_re, "AssRe");
+      ExpectRatio(a.ass_pr, e.ass_pr, "AssPr");
+      ExpectRatio(a.loc_a, e.loc_a, "LocA");
+    }
+    ExpectRatio(s.mean.hota, c.hota, "HOTA");
+    ExpectRatio(s.mean.det_a, c.det_a, "DetA");
+    ExpectRatio(s.mean.ass_a, c.ass_a, "AssA");
+    ExpectRatio(s.mean.loc_a, c.loc_a, "LocA");
+  }
+}
+
+}  // namespace
+}  // namespace eval
+}  // namespace mirvane
