@@ -21,16 +21,19 @@ const Polygon kU{{0.2f, 0.2f}, {0.4f, 0.2f}, {0.4f, 0.6f}, {0.6f, 0.6f},
                  {0.6f, 0.2f}, {0.8f, 0.2f}, {0.8f, 0.8f}, {0.2f, 0.8f}};
 
 TEST(PolygonContains, FollowsTheEvenOddRule) {
-  EXPECT_TRUE(PolygonContains(kSquare, {0.4f, 0.4f}));
-  EXPECT_FALSE(PolygonContains(kSquare, {0.7f, 0.4f}));
-  EXPECT_FALSE(PolygonContains(kSquare, {0.4f, 0.1f}));
-  EXPECT_TRUE(PolygonContains(kU, {0.3f, 0.4f}));
-  EXPECT_FALSE(PolygonContains(kU, {0.5f, 0.4f}));  // in the notch
-  EXPECT_TRUE(PolygonContains(kU, {0.5f, 0.7f}));
-}
-
-TEST(PolygonContains, EmptyPolygonContainsNothing) {
-  EXPECT_FALSE(PolygonContains({}, {0.5f, 0.5f}));
+  const struct {
+    const Polygon& polygon;
+    Point point;
+    bool inside;
+  } cases[] = {
+      {kSquare, {0.4f, 0.4f}, true},  {kSquare, {0.7f, 0.4f}, false},
+      {kSquare, {0.4f, 0.1f}, false}, {kU, {0.3f, 0.4f}, true},
+      {kU, {0.5f, 0.4f}, false},  // in the notch
+      {kU, {0.5f, 0.7f}, true},       {Polygon(), {0.5f, 0.5f}, false},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(PolygonContains(c.polygon, c.point), c.inside) << c.point.x << "," << c.point.y;
+  }
 }
 
 TEST(PolygonCoversBox, NeedsATenthOfTheSamples) {
@@ -64,33 +67,26 @@ TEST(ClampedOverlap, ClampsOnlyTheNewBoxForTheIntersection) {
 }
 
 TEST(DetectionRegion, RegionTextSnapsCoordinatesNearTheEdges) {
-  const std::vector<Polygon> polygons =
-      DetectionRegion::ParsePolygons("0.01,0.5,0.99,0.5,0.99,0.99;0.1,0.1,0.2,0.1,0.2,0.2");
-  ASSERT_EQ(polygons.size(), 2u);
-  ASSERT_EQ(polygons[0].size(), 3u);
-  EXPECT_EQ(polygons[0][0].x, 0.0f);
-  EXPECT_FLOAT_EQ(polygons[0][0].y, 0.5f);
-  EXPECT_EQ(polygons[0][1].x, 1.0f);
-  EXPECT_EQ(polygons[0][2].x, 1.0f);
-  EXPECT_EQ(polygons[0][2].y, 1.0f);
-  ASSERT_EQ(polygons[1].size(), 3u);
-  EXPECT_FLOAT_EQ(polygons[1][0].x, 0.1f);
-  EXPECT_FLOAT_EQ(polygons[1][2].y, 0.2f);
+  std::string text;
+  for (const Polygon& polygon :
+       DetectionRegion::ParsePolygons("0.01,0.5,0.99,0.5,0.99,0.99;0.1,0.1,0.2,0.1,0.2,0.2")) {
+    for (const Point& p : polygon) text += std::to_string(p.x) + "," + std::to_string(p.y) + " ";
+    text += ";";
+  }
+  EXPECT_EQ(text,
+            "0.000000,0.500000 1.000000,0.500000 1.000000,1.000000 ;"
+            "0.100000,0.100000 0.200000,0.100000 0.200000,0.200000 ;");
 }
 
-TEST(DetectionRegion, ExclusionRegionAdmitsWhatNoPolygonContains) {
-  const std::vector<Polygon> polygons{kSquare};
-  const DetectionRegion include(DetectionRegion::kInclusion, polygons);
-  const DetectionRegion exclude(DetectionRegion::kExclusion, polygons);
+TEST(DetectionRegion, ExclusionAdmitsWhatNoPolygonContainsAndEverythingWithoutPolygons) {
+  const DetectionRegion include(DetectionRegion::kInclusion, {kSquare});
+  const DetectionRegion exclude(DetectionRegion::kExclusion, {kSquare});
   EXPECT_TRUE(include.Admits({0.4f, 0.4f}));
   EXPECT_FALSE(exclude.Admits({0.4f, 0.4f}));
   EXPECT_TRUE(exclude.Admits({0.8f, 0.8f}));
   const Box box{0.3f, 0.3f, 0.5f, 0.5f};
   EXPECT_TRUE(include.AdmitsBox(box, 10, 0.1f));
   EXPECT_FALSE(exclude.AdmitsBox(box, 10, 0.1f));
-}
-
-TEST(DetectionRegion, WithoutPolygonsInclusionAdmitsNothingAndExclusionEverything) {
   EXPECT_FALSE(DetectionRegion().Admits({0.5f, 0.5f}));
   EXPECT_TRUE(DetectionRegion(DetectionRegion::kExclusion, {}).Admits({0.5f, 0.5f}));
 }
