@@ -27,6 +27,8 @@ GroundTruth ReadTruth(const std::string& text) {
   return truth;
 }
 
+// Frames come sorted by timestamp, merged when split over lines; their time is given, or the
+// frame index over the rate, or the time since the first timestamp.
 TEST(JsonLinesTruth, ReadsFramesSortedWithNamesAndTimes) {
   const GroundTruth truth = ReadTruth(
       R"({"scene":"default","fps":25}
@@ -34,31 +36,26 @@ TEST(JsonLinesTruth, ReadsFramesSortedWithNamesAndTimes) {
 
 {"frame":2,"timestamp":1080000,"objects":[]}
 {"frame":4,"timestamp":1160000,"time":9.5,"objects":[{"id":1,"class":"person","box":[0,0.25,0.125,1]}]}
+{"frame":3,"timestamp":1120000,"objects":[{"id":5,"class":"other","box":[0,0,1,1]}]}
 )");
   EXPECT_TRUE(truth.lists_empty_frames);
   EXPECT_DOUBLE_EQ(truth.fps, 25.0);
   ASSERT_EQ(truth.frames.size(), 3u);
   EXPECT_EQ(truth.frames[0].timestamp, 1080000u);
   EXPECT_TRUE(truth.frames[0].objects.empty());
-  EXPECT_DOUBLE_EQ(truth.frames[0].time, 2 / 25.0);  // frame over rate
+  EXPECT_DOUBLE_EQ(truth.frames[0].time, 2 / 25.0);
   EXPECT_EQ(truth.frames[1].frame, 3);
-  ASSERT_EQ(truth.frames[1].objects.size(), 1u);
+  ASSERT_EQ(truth.frames[1].objects.size(), 2u);
   EXPECT_EQ(truth.frames[1].objects[0].id, 4);
   EXPECT_EQ(truth.frames[1].objects[0].class_name, "vehicle");
   ExpectBox(truth.frames[1].objects[0].box, 0.5, 0.5, 0.75, 0.625);
-  EXPECT_DOUBLE_EQ(truth.frames[2].time, 9.5);  // as given
-}
+  EXPECT_EQ(truth.frames[1].objects[1].id, 5);
+  EXPECT_DOUBLE_EQ(truth.frames[2].time, 9.5);
 
-TEST(JsonLinesTruth, MergesAFrameSplitOverLinesAndTimesFramesByTimestamp) {
-  const GroundTruth truth = ReadTruth(
-      R"({"timestamp":500000,"objects":[{"id":1,"class":"other","box":[0,0,1,1]}]}
-{"timestamp":700000,"objects":[]}
-{"timestamp":500000,"objects":[{"id":2,"class":"other","box":[0,0,1,1]}]})");
-  ASSERT_EQ(truth.frames.size(), 2u);
-  EXPECT_EQ(truth.frames[0].objects.size(), 2u);
-  EXPECT_EQ(truth.frames[0].frame, -1);
-  EXPECT_DOUBLE_EQ(truth.frames[0].time, 0.0);
-  EXPECT_DOUBLE_EQ(truth.frames[1].time, 0.2);
+  const GroundTruth unnumbered =
+      ReadTruth("{\"timestamp\":500000,\"objects\":[]}\n{\"timestamp\":700000,\"objects\":[]}");
+  EXPECT_EQ(unnumbered.frames[1].frame, -1);
+  EXPECT_DOUBLE_EQ(unnumbered.frames[1].time, 0.2);
 }
 
 TEST(SimulationCsvTruth, NormalisesPixelBoxesAndTimesByFrameIndex) {

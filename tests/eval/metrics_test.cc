@@ -93,23 +93,17 @@ TEST(ClearMotAndIdentity, ScoreHandComputedSequences) {
             (std::map<int64_t, int64_t>{{1, 2}, {2, 1}}));
 }
 
-// Tracked (T) and missed (M) appearances per object, absent frames (-) left out:
-//   object 1: 4/8 tracked: partially; two interruptions (the trailing miss is not one)
-//   object 2: 8/10: mostly tracked (the bound is inclusive)
-//   object 3: 1/6: mostly lost;  object 4: 1/5: partially tracked (inclusive)
+// Tracked and missed appearances per object, absent frames left out:
+//   object 1: T T M T M M T M       4/8 tracked: partially; two interruptions (not the last miss)
+//   object 2: M M T T T T T T T T   8/10: mostly tracked (the bound is inclusive)
+//   object 3: T M M M M M           1/6: mostly lost
+//   object 4: M M M M T             1/5: partially tracked (inclusive)
 TEST(ClearMot, CountsFragmentationsAndTrackedRatios) {
-  const char* const kStates[] = {"TTMTMMTM--", "MMTTTTTTTT", "TMMMMM----", "MMMMT-----"};
-  std::vector<std::string> frames;
-  for (size_t f = 0; f < 10; ++f) {
-    std::string truth, hypotheses;
-    for (int object = 0; object < 4; ++object) {
-      const std::string box = std::to_string(object + 1) + "@" + std::to_string(object) + " ";
-      if (kStates[object][f] != '-') truth += box;
-      if (kStates[object][f] == 'T') hypotheses += box;
-    }
-    frames.push_back(truth + "| " + hypotheses);
-  }
-  const ClearMot m = ComputeClearMot(Frames(frames), kThreshold);
+  const std::string all = "1@0 2@1 3@2 4@3 | ";
+  const ClearMot m = ComputeClearMot(
+      Frames({all + "1@0 3@2", all + "1@0", all + "2@1", all + "1@0 2@1", all + "2@1 4@3",
+              "1@0 2@1 3@2 | 2@1", "1@0 2@1 | 1@0 2@1", "1@0 2@1 | 2@1", "2* 2@1 | 2@1"}),
+      kThreshold);
   EXPECT_EQ(m.truth_boxes, 8 + 10 + 6 + 5);
   EXPECT_EQ(m.matches, 4 + 8 + 1 + 1);
   EXPECT_EQ(m.truth_ids, 4);
