@@ -1,5 +1,5 @@
-// The min-cost assignment: hand cases and optimal totals against exhaustive search, rectangular
-// shapes both ways, forbidden pairs, and the preference for more pairs over cheaper ones.
+// The min-cost assignment: optimal totals against exhaustive search on random matrices, which
+// covers rectangular shapes both ways, forbidden pairs, and more pairs before cheaper ones.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -15,28 +15,11 @@ namespace {
 using Pairs = std::vector<std::pair<size_t, size_t>>;
 constexpr double kX = CostMatrix::kNoEdge;
 
-TEST(SolveAssignment, SolvesHandCases) {
-  const struct {
-    const char* name;
-    size_t rows, cols;
-    std::vector<double> costs;  // row by row
-    Pairs pairs;
-  } cases[] = {
-      // Greedy would take the 1 first and end at 1 + 7 + 8; the optimum is 2 + 3 + 4.
-      {"square", 3, 3, {1, 2, 9, 3, 9, 3, 4, 7, 8}, {{0, 1}, {1, 2}, {2, 0}}},
-      {"more pairs over cheaper ones", 2, 2, {0, 10, 10, kX}, {{0, 1}, {1, 0}}},
-      {"tall", 4, 1, {5, 2, kX, 3}, {{1, 0}}},
-      {"empty", 0, 0, {}, {}},
-      {"no rows", 0, 4, {}, {}},
-      {"no columns", 3, 0, {}, {}},
-      {"all forbidden", 2, 3, {kX, kX, kX, kX, kX, kX}, {}},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    CostMatrix costs(c.rows, c.cols);
-    for (size_t i = 0; i < c.costs.size(); ++i) costs.at(i / c.cols, i % c.cols) = c.costs[i];
-    EXPECT_EQ(SolveAssignment(costs), c.pairs);
-  }
+TEST(SolveAssignment, AssignsNothingWithoutAllowedPairs) {
+  EXPECT_TRUE(SolveAssignment(CostMatrix(0, 0)).empty());
+  EXPECT_TRUE(SolveAssignment(CostMatrix(0, 4)).empty());
+  EXPECT_TRUE(SolveAssignment(CostMatrix(3, 0)).empty());
+  EXPECT_TRUE(SolveAssignment(CostMatrix(2, 3, kX)).empty());
 }
 
 // Best (most pairs, then least cost) over every injection of the smaller side.
@@ -74,6 +57,7 @@ TEST(SolveAssignment, MatchesExhaustiveSearchOnRandomMatrices) {
       }
     }
     const Pairs pairs = SolveAssignment(costs);
+    EXPECT_TRUE(std::is_sorted(pairs.begin(), pairs.end())) << "by increasing row";
     std::vector<char> row_seen(costs.rows(), 0);
     std::vector<char> col_seen(costs.cols(), 0);
     double total = 0;

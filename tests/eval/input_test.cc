@@ -1,5 +1,5 @@
-// Reading the inputs: ground truth as JSON lines and as the simulation's CSV, and the
-// stand-in's JSON event lines (written here by the stand-in's own printer).
+// Reading the inputs: ground truth as JSON lines and as the simulation's CSV (read end to end in
+// tool_test.cc), and the stand-in's JSON event lines (written here by the stand-in's own printer).
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -56,26 +56,6 @@ TEST(JsonLinesTruth, ReadsFramesSortedWithNamesAndTimes) {
       ReadTruth("{\"timestamp\":500000,\"objects\":[]}\n{\"timestamp\":700000,\"objects\":[]}");
   EXPECT_EQ(unnumbered.frames[1].frame, -1);
   EXPECT_DOUBLE_EQ(unnumbered.frames[1].time, 0.2);
-}
-
-TEST(SimulationCsvTruth, NormalisesPixelBoxesAndTimesByFrameIndex) {
-  // The header and rows exactly as the simulated video output writes them.
-  const GroundTruth truth = ReadTruth(
-      "# scene=default width=640 height=360 fps=25 frames=1000\n"
-      "count,timestamp_us,frame,object_id,class_id,x0,y0,x1,y1\n"
-      "1,1000000,0,6,3,32,280,77,324\n"
-      "1,1000000,0,1,1,600,180,640,295\n"
-      "3,1080000,2,6,3,32,280,77,324\n");
-  EXPECT_FALSE(truth.lists_empty_frames);
-  EXPECT_DOUBLE_EQ(truth.fps, 25.0);
-  ASSERT_EQ(truth.frames.size(), 2u);
-  ASSERT_EQ(truth.frames[0].objects.size(), 2u);
-  EXPECT_EQ(truth.frames[0].objects[0].id, 6);
-  EXPECT_EQ(truth.frames[0].objects[0].class_name, "other");
-  ExpectBox(truth.frames[0].objects[0].box, 32 / 640.0, 280 / 360.0, 77 / 640.0, 324 / 360.0);
-  EXPECT_EQ(truth.frames[0].objects[1].class_name, "person");
-  EXPECT_EQ(truth.frames[1].frame, 2);
-  EXPECT_DOUBLE_EQ(truth.frames[1].time, 2 / 25.0);
 }
 
 TEST(InputReaders, NameTheLineAndWhatIsWrongWithIt) {

@@ -18,6 +18,16 @@ namespace {
 constexpr double kThreshold = 0.5;
 constexpr double kAny = -1;  // a ratio the row does not check
 
+// The reference case: a (id 1) split into h1, h2, h3 and b (id 2) into h4, h5; h1 lingers
+// beside a at IoU 0.3 in frames 2-3 (two false positives), h4 covers b at 0.6 in frame 1.
+// Switches a h1->h2, a h2->h3, b h4->h5: MOTA 1 - (0 + 2 + 3) / 9, MOTP 8.6 / 9. The best
+// identity pairing takes two frames per object: IDTP 4 of 9 true and 11 hypothesis boxes,
+// IDF1 8 / 20 = 0.4, IDP 4/11, IDR 4/9.
+Sequence TwoTracksSplitThreeSwitches() {
+  return Frames(
+      {"1@0 2@1 | 1@0 4@1", "1@0 2@1 | 1@0 4@1:0.6", "2* 1@0 2@1 | 1@0:0.3 2@0 5@1", "1@0 | 3@0"});
+}
+
 void ExpectRatio(double actual, double expected, const char* what) {
   if (expected == kAny) return;
   if (std::isnan(expected)) {

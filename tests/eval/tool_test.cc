@@ -28,23 +28,31 @@ void WriteFile(const std::string& path, const std::string& text) {
   std::ofstream(path) << text;
 }
 
-// A person (object 1) in frames 0-3 at 25 frames a second in a 100 x 100 picture, tracked as
+// A person (object 1) in frames 0-3 at 25 frames a second in a 200 x 100 picture, tracked as
 // #7 in frames 0-2 with an exact box, as #9 in frame 3 (an identity switch), with the region
-// flagged from frame 2; plus a false report in frame 4, which has no truth rows. The region is
-// expected from frame 1, a crossing (never reported) at frame 2.
+// flagged from frame 2; plus a false report with a crossing in frame 4, which has no truth rows,
+// and a second report of frame 1 (ignored). The region is expected from frame 1, a crossing the
+// other way at frame 2.
 void WriteScene() {
   std::string truth =
-      "# scene=test width=100 height=100 fps=25 frames=5\n"
+      "# scene=test width=200 height=100 fps=25 frames=5\n"
       "count,timestamp_us,frame,object_id,class_id,x0,y0,x1,y1\n";
   std::string events = "{\"kind\":\"connected\",\"client\":0}\n";
-  for (int f = 0; f < 5; ++f) {
-    const std::string ts = std::to_string(1000000 + 40000 * f);
+  for (int f = 0; f < 6; ++f) {
+    const int frame = f < 5 ? f : 1;
+    const std::string ts = std::to_string(1000000 + 40000 * frame);
     if (f < 4) {
-      truth += std::to_string(f + 1) + "," + ts + "," + std::to_string(f) + ",1,1,10,20,30,60\n";
+      truth += std::to_string(f + 1) + "," + ts + "," + std::to_string(f) + ",1,1,20,20,60,60\n";
     }
     events += "{\"kind\":\"event\",\"timestamp\":" + ts +
-              ",\"objects\":[{\"class\":\"person\",\"tracking_id\":" + (f < 3 ? "7" : "9") +
-              ",\"flags\":" + (f == 2 || f == 3 ? "1" : "0") +
+              ",\"objects\":[{\"class\":\"person\",\"tracking_id\":" +
+              (f < 3   ? "7"
+               : f < 5 ? "9"
+                       : "8") +
+              ",\"flags\":" +
+              (f == 2 || f == 3 ? "1"
+               : f == 4         ? "4"
+                                : "0") +
               ",\"box\":" + (f < 4 ? "[0.1,0.2,0.3,0.6]" : "[0.7,0.7,0.8,0.8]") + "}]}\n";
   }
   WriteFile("/tmp/truth.csv", truth);
@@ -65,7 +73,8 @@ std::vector<std::string> Inputs(std::vector<std::string> more) {
 // 4 truth boxes all matched, 1 switch, 1 false positive: MOTA 1 - 2/4. IDTP 3 (#7 on object 1)
 // of 4 true and 5 reported boxes. HOTA at every alpha: TP 4, FP 1: DetA 0.8; #7 shares 3 frames
 // with the object over 4 + 3 - 3, #9 1 over 4 + 2 - 1: AssA (3 * 3/4 + 1/5) / 4 = 0.6125, HOTA
-// sqrt(0.8 * 0.6125) = 0.7. The region flag of #7 comes 0.04 s late, #9 flags it again.
+// sqrt(0.8 * 0.6125) = 0.7. The region flag of #7 comes 0.04 s late, #9 flags it again; its
+// crossing in the unlisted frame is timed after the last listed one and owned by object 1.
 TEST(EvalTool, PrintsTheMetricsAndRulesTable) {
   WriteScene();
   const ChildResult r = RunTool(Inputs({"--expect", "/tmp/expect.json"}));
@@ -84,10 +93,11 @@ HOTA (mean over alpha 0.05 .. 0.95)
 Rules
   rule    expected  found  missed  false  mean delay  max delay
   region         1      1       0      1     +0.04 s    +0.04 s
-  fence          1      0       1      0           -          -
+  fence          1      0       1      1           -          -
   region object 1 at 0.04 s: found, track #7 at 0.08 s (+0.04 s)
   fence  object 1 direction 2 at 0.08 s: MISSED
   FALSE region: track #9 at 0.12 s (object 1): repeated
+  FALSE fence direction 1: track #9 at 0.16 s (object 1): object 1 has no such expectation
 )");
 }
 
@@ -113,6 +123,7 @@ TEST(EvalTool, PrintsJsonWithUndefinedRatiosAsNull) {
   ASSERT_TRUE(json_is_object(json.get())) << error << "\n" << r.out;
   EXPECT_STREQ(json_string_value(json_object_get(json.get(), "class")), "vehicle");
   EXPECT_EQ(json_integer_value(At(json.get(), "clear", "objects")), 0);
+  EXPECT_EQ(json_integer_value(At(json.get(), "clear", "tracks")), 0);
   EXPECT_TRUE(json_is_null(At(json.get(), "clear", "mota")));
   EXPECT_TRUE(json_is_null(At(json.get(), "identity", "idp")));
   EXPECT_EQ(json_array_size(At(json.get(), "hota", "at_alpha")), 19u);
