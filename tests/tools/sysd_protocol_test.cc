@@ -105,7 +105,7 @@ TEST(DecodeHeartbeat, ReadsBothNamesAndStopsAtTheFieldEnd) {
   EXPECT_EQ(beat.restart_command, std::string(64, 'x'));
 }
 
-TEST(DecodeEvent, ReadsPackedRecordsAtTheirOffsets) {
+TEST(DecodeEvent, ReadsPackedRecordsAtTheirOffsetsAndRefusesOtherTypesAndCountsAboveFifteen) {
   Event event;
   std::string error;
   ASSERT_TRUE(DecodeEvent(EventBody(0x0102030405060708ull, 15), &event, &error)) << error;
@@ -118,11 +118,7 @@ TEST(DecodeEvent, ReadsPackedRecordsAtTheirOffsets) {
   EXPECT_EQ(last.flags, 6);
   EXPECT_FLOAT_EQ(last.confidence, 0.64f);
   EXPECT_FLOAT_EQ(last.box[3], 0.3f);
-}
 
-TEST(DecodeEvent, RefusesOtherTypesAndCountsAboveFifteen) {
-  Event event;
-  std::string error;
   EXPECT_FALSE(DecodeEvent(EventBody(1, 16), &event, &error));
   EXPECT_NE(error.find("16"), std::string::npos);
   std::vector<uint8_t> other = EventBody(1, 0);
