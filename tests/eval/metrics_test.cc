@@ -28,12 +28,16 @@ Sequence TwoTracksSplitThreeSwitches() {
       {"1@0 2@1 | 1@0 4@1", "1@0 2@1 | 1@0 4@1:0.6", "2* 1@0 2@1 | 1@0:0.3 2@0 5@1", "1@0 | 3@0"});
 }
 
-void ExpectRatio(double actual, double expected, const char* what) {
-  if (expected == kAny) return;
-  if (std::isnan(expected)) {
-    EXPECT_TRUE(std::isnan(actual)) << what << " " << actual;
-  } else if (actual != expected) {  // infinities compare equal
-    EXPECT_NEAR(actual, expected, 1e-12) << what;
+using Counts = std::vector<int64_t>;
+
+void ExpectRatios(const std::vector<double>& actual, const std::vector<double>& expected) {
+  for (size_t i = 0; i < actual.size(); ++i) {
+    if (expected[i] == kAny) continue;
+    if (std::isnan(expected[i])) {
+      EXPECT_TRUE(std::isnan(actual[i])) << "ratio " << i << ": " << actual[i];
+    } else if (actual[i] != expected[i]) {  // infinities compare equal
+      EXPECT_NEAR(actual[i], expected[i], 1e-12) << "ratio " << i;
+    }
   }
 }
 
@@ -80,18 +84,11 @@ TEST(ClearMotAndIdentity, ScoreHandComputedSequences) {
     SCOPED_TRACE(c.name);
     const ClearMot m = ComputeClearMot(c.sequence, kThreshold);
     EXPECT_EQ(m.frames, static_cast<int64_t>(c.sequence.size()));
-    EXPECT_EQ(m.matches, c.matches);
-    EXPECT_EQ(m.misses, c.misses);
-    EXPECT_EQ(m.false_positives, c.false_positives);
-    EXPECT_EQ(m.switches, c.switches);
-    EXPECT_EQ(m.fragmentations, c.fragmentations);
-    ExpectRatio(m.Mota(), c.mota, "MOTA");
-    ExpectRatio(m.Motp(), c.motp, "MOTP");
+    EXPECT_EQ((Counts{m.matches, m.misses, m.false_positives, m.switches, m.fragmentations}),
+              (Counts{c.matches, c.misses, c.false_positives, c.switches, c.fragmentations}));
     const IdentityScores s = ComputeIdentity(c.sequence, kThreshold);
-    EXPECT_EQ(s.idtp, c.idtp);
-    EXPECT_EQ(s.idfn, c.idfn);
-    EXPECT_EQ(s.idfp, c.idfp);
-    ExpectRatio(s.Idf1(), c.idf1, "IDF1");
+    EXPECT_EQ((Counts{s.idtp, s.idfn, s.idfp}), (Counts{c.idtp, c.idfn, c.idfp}));
+    ExpectRatios({m.Mota(), m.Motp(), s.Idf1()}, {c.mota, c.motp, c.idf1});
   }
   const ClearMot m = ComputeClearMot(TwoTracksSplitThreeSwitches(), kThreshold);
   EXPECT_DOUBLE_EQ(m.Recall(), 1.0);
@@ -114,15 +111,10 @@ TEST(ClearMot, CountsFragmentationsAndTrackedRatios) {
       Frames({all + "1@0 3@2", all + "1@0", all + "2@1", all + "1@0 2@1", all + "2@1 4@3",
               "1@0 2@1 3@2 | 2@1", "1@0 2@1 | 1@0 2@1", "1@0 2@1 | 2@1", "2* 2@1 | 2@1"}),
       kThreshold);
-  EXPECT_EQ(m.truth_boxes, 8 + 10 + 6 + 5);
-  EXPECT_EQ(m.matches, 4 + 8 + 1 + 1);
-  EXPECT_EQ(m.truth_ids, 4);
-  EXPECT_EQ(m.hypothesis_ids, 4);
-  EXPECT_EQ(m.fragmentations, 2);
-  EXPECT_EQ(m.mostly_tracked, 1);
-  EXPECT_EQ(m.partially_tracked, 2);
-  EXPECT_EQ(m.mostly_lost, 1);
-  EXPECT_EQ(m.switches, 0);
+  // Truth boxes 8 + 10 + 6 + 5, matches 4 + 8 + 1 + 1.
+  EXPECT_EQ((Counts{m.truth_boxes, m.matches, m.truth_ids, m.hypothesis_ids, m.switches,
+                    m.fragmentations, m.mostly_tracked, m.partially_tracked, m.mostly_lost}),
+            (Counts{29, 14, 4, 4, 0, 2, 1, 2, 1}));
 }
 
 TEST(Hota, AlphasRunFromFivePercentToNinetyFive) {
@@ -173,19 +165,12 @@ TEST(Hota, ScoresHandComputedSequencesAlphaByAlpha) {
     for (const AtAlpha& e : c.at) {
       SCOPED_TRACE(e.alpha);
       const HotaAtAlpha& a = s.at_alpha[e.alpha];
-      EXPECT_EQ(a.tp, e.tp);
-      EXPECT_EQ(a.fn, e.fn);
-      EXPECT_EQ(a.fp, e.fp);
-      ExpectRatio(a.det_a, e.det_a, "DetA");
-      ExpectRatio(a.ass_a, e.ass_a, "AssA");
-      ExpectRatio(a.ass_re, e.ass_re, "AssRe");
-      ExpectRatio(a.ass_pr, e.ass_pr, "AssPr");
-      ExpectRatio(a.loc_a, e.loc_a, "LocA");
+      EXPECT_EQ((Counts{a.tp, a.fn, a.fp}), (Counts{e.tp, e.fn, e.fp}));
+      ExpectRatios({a.det_a, a.ass_a, a.ass_re, a.ass_pr, a.loc_a},
+                   {e.det_a, e.ass_a, e.ass_re, e.ass_pr, e.loc_a});
     }
-    ExpectRatio(s.mean.hota, c.hota, "HOTA");
-    ExpectRatio(s.mean.det_a, c.det_a, "DetA");
-    ExpectRatio(s.mean.ass_a, c.ass_a, "AssA");
-    ExpectRatio(s.mean.loc_a, c.loc_a, "LocA");
+    ExpectRatios({s.mean.hota, s.mean.det_a, s.mean.ass_a, s.mean.loc_a},
+                 {c.hota, c.det_a, c.ass_a, c.loc_a});
   }
 }
 
