@@ -83,7 +83,6 @@ TEST(ClearMotAndIdentity, ScoreHandComputedSequences) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     const ClearMot m = ComputeClearMot(c.sequence, kThreshold);
-    EXPECT_EQ(m.frames, static_cast<int64_t>(c.sequence.size()));
     EXPECT_EQ((Counts{m.matches, m.misses, m.false_positives, m.switches, m.fragmentations}),
               (Counts{c.matches, c.misses, c.false_positives, c.switches, c.fragmentations}));
     const IdentityScores s = ComputeIdentity(c.sequence, kThreshold);
@@ -117,11 +116,7 @@ TEST(ClearMot, CountsFragmentationsAndTrackedRatios) {
             (Counts{29, 14, 4, 4, 0, 2, 1, 2, 1}));
 }
 
-TEST(Hota, AlphasRunFromFivePercentToNinetyFive) {
-  EXPECT_DOUBLE_EQ(HotaAlpha(0), 0.05);
-  EXPECT_NEAR(HotaAlpha(kHotaAlphaCount - 1), 0.95, 1e-12);
-}
-
+// Alpha index 11 is 0.60, 12 is 0.65, 15 is 0.80, 16 is 0.85.
 // Split track: one object over four frames, h1 in frames 0-1 and h2 in 2-3, all at IoU 0.625.
 //   alpha <= 0.60 (12 alphas): TP 4, DetA 1; each pair 2 matches over a union of 4: AssA 0.5,
 //   AssRe 0.5, AssPr 1. Above (7 alphas): no TP, all zero, LocA 1 (vacuous).
