@@ -1,5 +1,6 @@
 // Reading the inputs: ground truth as JSON lines and as the simulation's CSV (read end to end in
-// tool_test.cc), and the stand-in's JSON event lines (written here by the stand-in's own printer).
+// tool_test.cc), the stand-in's JSON event lines (written here by the stand-in's own printer),
+// and what each reader says of a bad input, expectation files included.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -7,6 +8,7 @@
 
 #include "events.h"
 #include "printer.h"
+#include "rules.h"
 #include "truth.h"
 
 namespace mirvane {
@@ -58,40 +60,51 @@ TEST(JsonLinesTruth, ReadsFramesSortedWithNamesAndTimes) {
   EXPECT_DOUBLE_EQ(unnumbered.frames[1].time, 0.2);
 }
 
-TEST(InputReaders, NameTheLineAndWhatIsWrongWithIt) {
+TEST(InputReaders, SayWhereAndWhatIsWrong) {
+  enum Reader { kTruth, kEvents, kExpectations };
   const struct {
-    bool events;  // else ground truth
+    Reader reader;
     const char* text;
     const char* error;  // its start
   } cases[] = {
-      {false, "{\"timestamp\":1,\"objects\":[]}\n{\"timestamp\":-4,\"objects\":[]}",
+      {kTruth, "{\"timestamp\":1,\"objects\":[]}\n{\"timestamp\":-4,\"objects\":[]}",
        "line 2: \"timestamp\" is not a non-negative integer"},
-      {false, R"({"timestamp":1,"objects":[{"id":1,"class":"person","box":[1,2,3]}]})",
+      {kTruth, R"({"timestamp":1,"objects":[{"id":1,"class":"person","box":[1,2,3]}]})",
        "line 1: object 1 without a \"box\" of four numbers"},
-      {false, R"({"timestamp":1,"objects":[{"class":"person"}]})",
+      {kTruth, R"({"timestamp":1,"objects":[{"class":"person"}]})",
        "line 1: object without an integer \"id\""},
-      {false, R"({"timestamp":1})", "line 1: no \"objects\" array"},
-      {false, "{\"timestamp\":1,\n", "line 1: "},
-      {false, "count,timestamp_us,frame,object_id,class_id,x0,y0,x1,y1\n",
+      {kTruth, R"({"timestamp":1})", "line 1: no \"objects\" array"},
+      {kTruth, "{\"timestamp\":1,\n", "line 1: "},
+      {kTruth, "count,timestamp_us,frame,object_id,class_id,x0,y0,x1,y1\n",
        "line 1: no picture width and height in a \"#\" line before the columns"},
-      {false, "# width=10 height=10\ntimestamp_us,object_id,class_id,x0,y0,x1\n",
+      {kTruth, "# width=10 height=10\ntimestamp_us,object_id,class_id,x0,y0,x1\n",
        "line 2: no column \"y1\""},
-      {false, "# width=10 height=10\ntimestamp_us,object_id,class_id,x0,y0,x1,y1\n5,1,1,0,0,x,4\n",
+      {kTruth, "# width=10 height=10\ntimestamp_us,object_id,class_id,x0,y0,x1,y1\n5,1,1,0,0,x,4\n",
        "line 3: \"x1\" is not an integer"},
-      {true, R"({"kind":"event","objects":[]})", "line 1: event without an integer \"timestamp\""},
-      {true, "\n{\"kind\":\"event\",\"timestamp\":1,\"objects\":[{\"tracking_id\":4}]}",
+      {kEvents, R"({"kind":"event","objects":[]})",
+       "line 1: event without an integer \"timestamp\""},
+      {kEvents, "\n{\"kind\":\"event\",\"timestamp\":1,\"objects\":[{\"tracking_id\":4}]}",
        "line 2: object #4 without a \"box\" of four numbers"},
+      {kExpectations, R"({"fence":{"expect":[{"object":3,"time":1}]}})",
+       "\"fence\": the expectation for object 3 needs a \"direction\" of 1 or 2"},
+      {kExpectations, R"({"region":{"expect":[{"object":3,"time":1,"frame":2}]}})",
+       "\"region\": the expectation for object 3 needs either a \"time\" or a \"frame\""},
+      {kExpectations, R"({"region":{"expect":[{"time":1}]}})",
+       "\"region\": an expectation without an integer \"object\""},
+      {kExpectations, R"({"region":{"early_seconds":-1,"expect":[]}})",
+       "\"region\": \"early_seconds\" is not a non-negative number"},
+      {kExpectations, R"({"region":[]})", "\"region\": not an object with an \"expect\" array"},
+      {kExpectations, "[]", "the expectations are not a JSON object"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);
     std::string error;
-    if (c.events) {
-      EventLog log;
-      EXPECT_FALSE(ParseEventLines(c.text, &log, &error));
-    } else {
-      GroundTruth truth;
-      EXPECT_FALSE(TruthReaderFor(c.text)->Read(c.text, &truth, &error));
-    }
+    GroundTruth truth;
+    EventLog log;
+    Expectations expectations;
+    EXPECT_FALSE(c.reader == kTruth    ? TruthReaderFor(c.text)->Read(c.text, &truth, &error)
+                 : c.reader == kEvents ? ParseEventLines(c.text, &log, &error)
+                                       : ParseExpectations(c.text, &expectations, &error));
     EXPECT_EQ(error.substr(0, std::string(c.error).size()), c.error) << error;
   }
 }

@@ -154,34 +154,6 @@ TEST(EvaluateRules, RefusesAFrameThatTheRunCannotPlaceInTime) {
             "does not list");
 }
 
-TEST(ParseExpectations, ExplainsWhatIsWrong) {
-  const struct {
-    const char* text;
-    const char* error;
-  } cases[] = {
-      {"{\"fence\":{\"expect\":[{\"object\":3,\"time\":1}]}}",
-       "\"fence\": the expectation for object 3 needs a \"direction\" of 1 or 2"},
-      {"{\"region\":{\"expect\":[{\"object\":3,\"time\":1,\"frame\":2}]}}",
-       "\"region\": the expectation for object 3 needs either a \"time\" or a \"frame\""},
-      {"{\"region\":{\"expect\":[{\"time\":1}]}}",
-       "\"region\": an expectation without an integer \"object\""},
-      {"{\"region\":{\"early_seconds\":-1,\"expect\":[]}}",
-       "\"region\": \"early_seconds\" is not a non-negative number"},
-      {"{\"region\":[]}", "\"region\": not an object with an \"expect\" array"},
-      {"[]", "the expectations are not a JSON object"},
-  };
-  for (const auto& c : cases) {
-    Expectations e;
-    std::string error;
-    EXPECT_FALSE(ParseExpectations(c.text, &e, &error)) << c.text;
-    EXPECT_EQ(error, c.error);
-  }
-  Expectations e;
-  std::string error;
-  EXPECT_FALSE(ParseExpectations("{", &e, &error));
-  EXPECT_FALSE(error.empty());
-}
-
 }  // namespace
 }  // namespace eval
 }  // namespace mirvane
