@@ -48,17 +48,20 @@ std::string Seconds(double value) {
   return std::isnan(value) ? "-" : text;
 }
 
+// Empty for a rule without expectations or triggers.
 std::string Describe(const char* rule, const RuleTally& t) {
+  if (t.expected + t.found + t.missed + t.false_triggers == 0 && std::isnan(t.mean_delay))
+    return "";
   return std::string(rule) + " " + std::to_string(t.found) + "/" + std::to_string(t.expected) +
          " missed " + std::to_string(t.missed) + " false " + std::to_string(t.false_triggers) +
-         " delay " + Seconds(t.mean_delay) + " max " + Seconds(t.max_delay);
+         " delay " + Seconds(t.mean_delay) + " max " + Seconds(t.max_delay) + "; ";
 }
 
 // The tallies, then each expectation's delay or "missed", then the false triggers.
 std::string Describe(const RuleAccuracy& a) {
-  std::string text = Describe("region", a.region) + "; " + Describe("fence", a.fence) + ";";
+  std::string text = Describe("region", a.region) + Describe("fence", a.fence);
   for (const ExpectationOutcome& o : a.outcomes) {
-    text += " " +
+    text += (text.empty() || text.back() == ' ' ? "" : " ") +
             (o.found ? "#" + std::to_string(o.trigger.tracking_id) + " " + Seconds(o.delay_seconds)
                      : std::string("missed"));
   }
@@ -85,32 +88,28 @@ TEST(EvaluateRules, TakesTriggersOfTheObjectRuleAndDirectionWithinTheWindow) {
       {"region with its delay",
        {"42* 1@0 | 10@0", "8* 1@0 | 10@0/1"},
        R"({"name":"default","expected_triggers":{"region":{"expect":[{"object":1,"time":1}]}}})",
-       "region 1/1 missed 0 false 0 delay +3.2 max +3.2; fence 0/0 missed 0 false 0 delay - "
-       "max -; #10 +3.2"},
+       "region 1/1 missed 0 false 0 delay +3.2 max +3.2; #10 +3.2"},
       {"expected by frame",
        {"6* 1@0 | 10@0", "4* 1@0 | 10@0/1"},
        R"({"region":{"expect":[{"object":1,"frame":5}]}})",
-       "region 1/1 missed 0 false 0 delay +0.1 max +0.1; fence 0/0 missed 0 false 0 delay - "
-       "max -; #10 +0.1"},
+       "region 1/1 missed 0 false 0 delay +0.1 max +0.1; #10 +0.1"},
       // The flag triggers when it turns on; a frame without the track does not turn it off.
       {"flag on again",
        {"1@0 | 10@0/1", "1@0 |", "1@0 | 10@0/1", "1@0 | 10@0", "1@0 | 10@0/1"},
        R"({"region":{"expect":[{"object":1,"time":0}]}})",
-       "region 1/1 missed 0 false 1 delay +0.0 max +0.0; fence 0/0 missed 0 false 0 delay - "
-       "max -; #10 +0.0; false #10: repeated"},
+       "region 1/1 missed 0 false 1 delay +0.0 max +0.0; #10 +0.0; false #10: repeated"},
       // Flag 6 is both crossings; in a frame without truth they belong to the track's usual
       // object. A track matched with another object in the flagged frame triggers for that one.
       {"crossing owners",
        {"2* 1@0 2@1 | 10@0 20@1", "1@0 2@1 | 20@0/4", "| 10@0/6"},
        R"({"fence":{"expect":[{"object":1,"direction":1,"time":0.2}]}})",
-       "region 0/0 missed 0 false 0 delay - max -; fence 1/1 missed 0 false 2 delay +0.0 max "
-       "+0.0; #20 +0.0; false #10: repeated; false #10: object 1 has no such expectation"},
+       "fence 1/1 missed 0 false 2 delay +0.0 max +0.0; #20 +0.0; false #10: repeated; false #10: "
+       "object 1 has no such expectation"},
       // An identity switch at frame 10 makes the new track trigger the region again.
       {"a new track on the same object repeats",
        {"5* 1@0 | 10@0", "1@0 | 10@0/1", "4* 1@0 | 10@0", "2* 1@0 | 11@0", "3* 1@0 | 11@0/1"},
        R"({"region":{"expect":[{"object":1,"time":0.5}]}})",
-       "region 1/1 missed 0 false 1 delay +0.0 max +0.0; fence 0/0 missed 0 false 0 delay - "
-       "max -; #10 +0.0; false #11: repeated"},
+       "region 1/1 missed 0 false 1 delay +0.0 max +0.0; #10 +0.0; false #11: repeated"},
       {"outside the window", out_of_window,
        R"({"region":{"expect":[{"object":1,"time":2}]},
            "fence":{"expect":[{"object":2,"direction":1,"time":1}]}})",
@@ -121,17 +120,16 @@ TEST(EvaluateRules, TakesTriggersOfTheObjectRuleAndDirectionWithinTheWindow) {
       {"inside wider windows", out_of_window,
        R"({"region":{"early_seconds":2,"expect":[{"object":1,"time":2}]},
            "fence":{"late_seconds":3,"expect":[{"object":2,"direction":1,"time":1}]}})",
-       "region 1/1 missed 0 false 0 delay -1.8 max -1.8; fence 1/1 missed 0 false 0 delay +2.5 "
-       "max +2.5; #20 +2.5 #10 -1.8"},
+       "region 1/1 missed 0 false 0 delay -1.8 max -1.8; fence 1/1 missed 0 false 0 delay +2.5 max "
+       "+2.5; #20 +2.5 #10 -1.8"},
       // Object 1 crosses the other way; track 30 crosses where no object is.
       {"fence directions",
        {"3* 1@0 2@1 | 10@0 20@1", "1@0 2@1 | 10@0/2 20@1", "1@0 2@1 | 10@0 20@1/4",
         "5* 1@0 2@1 | 10@0 20@1", "| 30@7/4"},
        R"({"fence":{"expect":[{"object":1,"direction":1,"time":0.3},
                               {"object":2,"direction":1,"time":0.3}]}})",
-       "region 0/0 missed 0 false 0 delay - max -; fence 1/2 missed 1 false 2 delay +0.1 max "
-       "+0.1; missed #20 +0.1; false #10: object 1 has no such expectation; false #30: no true "
-       "object there"},
+       "fence 1/2 missed 1 false 2 delay +0.1 max +0.1; missed #20 +0.1; false #10: object 1 has "
+       "no such expectation; false #30: no true object there"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
