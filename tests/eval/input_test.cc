@@ -128,8 +128,9 @@ std::string Printed(const sysd::Event& event) {
 
 // Event lines without "flags" fall back to the decoded "region" and "fence" fields.
 TEST(EventLines, ReadsWhatTheStandInPrintsAndSkipsForeignLines) {
+  // Single-precision values print as sent (0.62, not 0.620000005).
   const sysd::EventObject person{
-      0, 17, 3, kRegionFlag | kFenceDirection1Flag, 0.75f, {0.125f, 0.25f, 0.375f, 0.5f}};
+      0, 17, 3, kRegionFlag | kFenceDirection1Flag, 0.85f, {0.62f, 0.25f, 0.375f, 1.0f}};
   const sysd::EventObject car{1, 18, 3, kFenceDirection2Flag, 0.75f, {0, 0, 1, 1}};
   EventLog log;
   std::string error;
@@ -148,8 +149,8 @@ TEST(EventLines, ReadsWhatTheStandInPrintsAndSkipsForeignLines) {
   EXPECT_EQ(p.class_name, "person");
   EXPECT_EQ(p.snapshot_id, 3);
   EXPECT_TRUE(p.region() && p.fence(1) && !p.fence(2));
-  EXPECT_NEAR(p.confidence, 0.75, 1e-6);
-  ExpectBox(p.box, 0.125, 0.25, 0.375, 0.5);
+  EXPECT_EQ(p.confidence, 0.85);
+  ExpectBox(p.box, 0.62, 0.25, 0.375, 1.0);
   const ReportedObject& c = log.frames[0].objects[1];
   EXPECT_EQ(c.class_name, "vehicle");
   EXPECT_TRUE(!c.region() && !c.fence(1) && c.fence(2));

@@ -1,8 +1,7 @@
 // The stand-in's reading of the wire: framing with header checks, heartbeat and event decoding,
-// and how objects are described.
+// and how objects are described. (Its JSON lines are checked in sysd_stand_in_test.cc and, read
+// back, in tests/eval/input_test.cc.)
 #include <gtest/gtest.h>
-#include <jansson.h>
-#include <time.h>
 
 #include <cstdio>
 
@@ -132,37 +131,6 @@ TEST(DescribeObject, NamesClassIdTriggersAndFenceDirection) {
             "vehicle #42 90% (0.25,0.50)-(0.75,1.00) snap 7 REGION FENCE-1");
   EXPECT_EQ(DescribeObject(EventObject{9, 42, 7, 2, 0.9f, {}}),
             "class9 #42 90% (0.00,0.00)-(0.00,0.00) snap 7 FENCE-2");
-}
-
-double WallSeconds() {
-  timespec now;
-  clock_gettime(CLOCK_REALTIME, &now);
-  return static_cast<double>(now.tv_sec) + now.tv_nsec / 1e9;
-}
-
-TEST(JsonLines, CarryTheTimeToTheMillisecondAndBoxesAsSent) {
-  std::FILE* out = std::tmpfile();
-  ASSERT_NE(out, nullptr);
-  const double before = WallSeconds();
-  Printer(out, /*json=*/true, /*color=*/false)
-      .EventLine(
-          3,
-          Event{kObjectDetectionEvent, 0, 1, {EventObject{0, 0, 0, 0, 0.85f, {0.62f, 0, 0, 1}}}});
-  const double after = WallSeconds();
-  std::rewind(out);
-  char line[1024] = {};
-  ASSERT_NE(std::fgets(line, sizeof(line), out), nullptr);
-  std::fclose(out);
-  json_t* record = json_loads(line, 0, nullptr);
-  ASSERT_NE(record, nullptr) << line;
-  const double time = json_number_value(json_object_get(record, "time"));
-  EXPECT_GE(time, before - 0.001) << line;
-  EXPECT_LE(time, after + 0.001) << line;
-  json_t* item = json_array_get(json_object_get(record, "objects"), 0);
-  EXPECT_EQ(json_number_value(json_object_get(item, "confidence")), 0.85);
-  EXPECT_EQ(json_number_value(json_array_get(json_object_get(item, "box"), 0)), 0.62);
-  EXPECT_EQ(json_number_value(json_array_get(json_object_get(item, "box"), 3)), 1.0);
-  json_decref(record);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -42,8 +43,15 @@ std::string Message(uint32_t cmd, uint32_t len, const std::string& body) {
   return std::string(reinterpret_cast<const char*>(&hdr), sizeof(hdr)) + body;
 }
 
-// Counts the JSON lines of the output by their "kind".
-std::map<std::string, int> Kinds(const std::string& out) {
+double WallSeconds() {
+  timespec now;
+  clock_gettime(CLOCK_REALTIME, &now);
+  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
+// Counts the JSON lines of the output by their "kind"; each carries the wall-clock time to the
+// millisecond, at or after since.
+std::map<std::string, int> Kinds(const std::string& out, double since) {
   std::map<std::string, int> kinds;
   std::istringstream lines(out);
   std::string line;
@@ -52,6 +60,9 @@ std::map<std::string, int> Kinds(const std::string& out) {
     EXPECT_NE(record, nullptr) << "not JSON: " << line;
     if (record == nullptr) continue;
     ++kinds[json_string_value(json_object_get(record, "kind"))];
+    const double time = json_number_value(json_object_get(record, "time"));
+    EXPECT_GE(time, since - 0.001) << line;
+    EXPECT_LE(time, WallSeconds() + 0.001) << line;
     json_decref(record);
   }
   return kinds;
@@ -61,6 +72,7 @@ std::map<std::string, int> Kinds(const std::string& out) {
 // the daemon's socket closes after an alive heartbeat, the restart command runs.
 TEST(StandIn, DropsBadClientsKeepsServingTheOthersAndRestartsTheDaemon) {
   unlink(kRestartLog);
+  const double start = WallSeconds();
   testing::Subprocess stand_in({MIRVANE_SYSD_PATH, "--socket", kSocket, "--json",
                                 "--heartbeat-timeout", "60", "--restart-command",
                                 std::string("echo restarted >> ") + kRestartLog});
@@ -77,7 +89,8 @@ TEST(StandIn, DropsBadClientsKeepsServingTheOthersAndRestartsTheDaemon) {
   EXPECT_EQ(sysapi_storage_format(kSocket, "sd0"), 0);
   char names[SYSAPI_STORAGE_LIST_REPLY_SIZE];
   EXPECT_EQ(sysapi_storage_list(kSocket, names), 1);
-  EXPECT_TRUE(WaitUntil([&] { return Kinds(stand_in.ReadOut())["event"] == 1; }, seconds(5)));
+  EXPECT_TRUE(
+      WaitUntil([&] { return Kinds(stand_in.ReadOut(), start)["event"] == 1; }, seconds(5)));
   EXPECT_EQ(ReadFileOrEmpty(kRestartLog), "") << "no restart while the daemon's socket is open";
   close(daemon);
   EXPECT_TRUE(WaitUntil([] { return ReadFileOrEmpty(kRestartLog) == "restarted\n"; }, seconds(10)));
@@ -85,7 +98,7 @@ TEST(StandIn, DropsBadClientsKeepsServingTheOthersAndRestartsTheDaemon) {
   stand_in.Signal(SIGTERM);
   ASSERT_TRUE(stand_in.Wait(seconds(10)));
   EXPECT_EQ(stand_in.result().exit_code, 0) << stand_in.result().err;
-  std::map<std::string, int> kinds = Kinds(stand_in.result().out);
+  std::map<std::string, int> kinds = Kinds(stand_in.result().out, start);
   EXPECT_EQ(kinds["heartbeat"], 1);
   EXPECT_EQ(kinds["event"], 1);
   EXPECT_EQ(kinds["dropped"], 3) << stand_in.result().out;
