@@ -91,29 +91,18 @@ TEST(DetectionRegion, ExclusionAdmitsWhatNoPolygonContainsAndEverythingWithoutPo
   EXPECT_TRUE(DetectionRegion(DetectionRegion::kExclusion, {}).Admits({0.5f, 0.5f}));
 }
 
-TEST(Fence, EachPointAfterTheFirstAddsASegment) {
-  Fence fence;
-  fence.AddPoint({0.1f, 0.1f});
-  EXPECT_TRUE(fence.boundaries().empty());
-  fence.AddPoint({0.2f, 0.2f});
-  fence.AddPoint({0.3f, 0.1f});
-  ASSERT_EQ(fence.boundaries().size(), 2u);
-  const auto second = fence.GetBoundary(1);
-  ASSERT_TRUE(second.has_value());
-  EXPECT_FLOAT_EQ(second->start.x, 0.2f);
-  EXPECT_FLOAT_EQ(second->end.x, 0.3f);
-  EXPECT_FLOAT_EQ(fence.GetPoint(2)->y, 0.1f);
-}
-
-TEST(Fence, OutOfRangeGettersLogUnderThePointGettersName) {
+TEST(Fence, EachPointAfterTheFirstAddsASegmentAndOutOfRangeGettersLogUnderThePointGetter) {
   const testing::ChildResult result = testing::RunInChild([] {
     Fence fence;
     fence.AddPoint({0.1f, 0.1f});
-    if (fence.GetPoint(1) || fence.GetBoundary(0)) _exit(10);
+    if (!fence.boundaries().empty()) _exit(11);
+    fence.AddPoint({0.2f, 0.3f});
+    if (fence.boundaries().size() != 1 || fence.GetBoundary(0)->end.y != 0.3f) _exit(12);
+    if (fence.GetPoint(2) || fence.GetBoundary(1)) _exit(10);
   });
   EXPECT_EQ(result.exit_code, 0);
-  EXPECT_THAT(result.out, HasSubstr(":GetPoint: failed to get point 1\n"));
-  EXPECT_THAT(result.out, HasSubstr(":GetPoint: failed to get boundary 0\n"));
+  EXPECT_THAT(result.out, HasSubstr(":GetPoint: failed to get point 2\n"));
+  EXPECT_THAT(result.out, HasSubstr(":GetPoint: failed to get boundary 1\n"));
 }
 
 }  // namespace
