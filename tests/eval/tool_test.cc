@@ -4,6 +4,7 @@
 #include <jansson.h>
 
 #include <chrono>
+#include <cstdio>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -38,22 +39,20 @@ void WriteScene() {
       "# scene=test width=200 height=100 fps=25 frames=5\n"
       "count,timestamp_us,frame,object_id,class_id,x0,y0,x1,y1\n";
   std::string events = "{\"kind\":\"connected\",\"client\":0}\n";
-  for (int f = 0; f < 6; ++f) {
-    const int frame = f < 5 ? f : 1;
-    const std::string ts = std::to_string(1000000 + 40000 * frame);
-    if (f < 4) {
-      truth += std::to_string(f + 1) + "," + ts + "," + std::to_string(f) + ",1,1,20,20,60,60\n";
-    }
-    events += "{\"kind\":\"event\",\"timestamp\":" + ts +
-              ",\"objects\":[{\"class\":\"person\",\"tracking_id\":" +
-              (f < 3   ? "7"
-               : f < 5 ? "9"
-                       : "8") +
-              ",\"flags\":" +
-              (f == 2 || f == 3 ? "1"
-               : f == 4         ? "4"
-                                : "0") +
-              ",\"box\":" + (f < 4 ? "[0.1,0.2,0.3,0.6]" : "[0.7,0.7,0.8,0.8]") + "}]}\n";
+  const int kFrame[] = {0, 1, 2, 3, 4, 1}, kTrack[] = {7, 7, 7, 9, 9, 8},
+            kFlags[] = {0, 0, 1, 1, 4, 0};
+  char line[256];
+  for (int i = 0; i < 6; ++i) {
+    const int timestamp = 1000000 + 40000 * kFrame[i];
+    std::snprintf(line, sizeof line, "%d,%d,%d,1,1,20,20,60,60\n", i + 1, timestamp, i);
+    if (i < 4) truth += line;
+    std::snprintf(line, sizeof line,
+                  R"({"kind":"event","timestamp":%d,"objects":[{"class":"person","tracking_id":%d,)"
+                  R"("flags":%d,"box":%s}]})"
+                  "\n",
+                  timestamp, kTrack[i], kFlags[i],
+                  i < 4 ? "[0.1,0.2,0.3,0.6]" : "[0.7,0.7,0.8,0.8]");
+    events += line;
   }
   WriteFile("/tmp/truth.csv", truth);
   WriteFile("/tmp/events.jsonl", events);
