@@ -6,7 +6,6 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -44,9 +43,7 @@ std::string Message(uint32_t cmd, uint32_t len, const std::string& body) {
 }
 
 double WallSeconds() {
-  timespec now;
-  clock_gettime(CLOCK_REALTIME, &now);
-  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
 }
 
 // Counts the JSON lines of the output by their "kind"; each carries the wall-clock time to the
