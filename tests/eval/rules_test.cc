@@ -13,24 +13,6 @@ namespace mirvane {
 namespace eval {
 namespace {
 
-// Ten frames a second from 1 s on, every frame both in the truth and reported.
-AlignedRun RunOf(const std::vector<std::string>& frames) {
-  AlignedRun run;
-  for (const TextFrame& text : ParseFrames(frames)) {
-    RunFrame frame;
-    frame.frame = static_cast<int64_t>(run.frames.size());
-    frame.time = 0.1 * static_cast<double>(frame.frame);
-    frame.timestamp = 1000000 + 100000 * static_cast<uint64_t>(frame.frame);
-    frame.in_truth = frame.reported = true;
-    for (const TextBox& b : text.truth) frame.truth.push_back({b.id, "person", b.box});
-    for (const TextBox& b : text.hypotheses) {
-      frame.reported_objects.push_back({b.id, "person", b.flags, 0, 0, b.box});
-    }
-    run.frames.push_back(frame);
-  }
-  return run;
-}
-
 std::vector<FrameCorrespondence> Match(const AlignedRun& run) {
   return MatchFrames(ToSequence(run), 0.5);
 }

@@ -1,8 +1,8 @@
-// Fixtures written as text, one string per frame: "truth | hypotheses", each box
-// "id@column", "id@column:iou" or (for reports) "id@column/flags", with an optional "N*" in front
-// to repeat the frame N times. Objects stand in columns ten units apart so that only boxes in the
-// same column overlap; a hypothesis overlaps the true box of its column with exactly the IoU it
-// is given (same box, height cut to the IoU).
+// Runs written as text, one string per frame: "truth | reports", each box "id@column",
+// "id@column:iou" or "id@column/flags", with an optional "N*" in front to repeat the frame N
+// times. Objects stand in columns ten units apart so that only boxes in the same column overlap;
+// a report overlaps the true box of its column with exactly the IoU it is given (same box,
+// height cut to the IoU).
 #ifndef MIRVANE_TESTS_EVAL_SEQUENCE_BUILDER_H
 #define MIRVANE_TESTS_EVAL_SEQUENCE_BUILDER_H
 
@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "sequence.h"
+#include "run.h"
 
 namespace mirvane {
 namespace eval {
@@ -21,21 +21,12 @@ inline Box Cell(int column, double height = 1.0) {
   return Box{x, 0.0, x + 1.0, height};
 }
 
-struct TextBox {
-  int64_t id = 0;
-  Box box;
-  int flags = 0;
-};
-
-struct TextFrame {
-  std::vector<TextBox> truth;
-  std::vector<TextBox> hypotheses;
-};
-
-inline std::vector<TextFrame> ParseFrames(const std::vector<std::string>& frames) {
-  std::vector<TextFrame> parsed;
+// Ten frames a second from 1 s on, every frame both in the truth and reported.
+inline AlignedRun RunOf(const std::vector<std::string>& frames) {
+  AlignedRun run;
   for (const std::string& text : frames) {
-    TextFrame frame;
+    RunFrame frame;
+    frame.in_truth = frame.reported = true;
     std::istringstream words(text);
     std::string word;
     int repeat = 1;
@@ -46,29 +37,30 @@ inline std::vector<TextFrame> ParseFrames(const std::vector<std::string>& frames
       } else if (word.back() == '*') {
         repeat = std::stoi(word);
       } else {
-        TextBox box;
         char* end = nullptr;
-        box.id = std::strtoll(word.c_str(), &end, 10);
+        const int64_t id = std::strtoll(word.c_str(), &end, 10);
         const int column = static_cast<int>(std::strtol(end + 1, &end, 10));
         const double iou = *end == ':' ? std::strtod(end + 1, &end) : 1.0;
-        if (*end == '/') box.flags = static_cast<int>(std::strtol(end + 1, &end, 10));
-        box.box = Cell(column, iou);
-        (hypotheses ? frame.hypotheses : frame.truth).push_back(box);
+        const int flags = *end == '/' ? static_cast<int>(std::strtol(end + 1, &end, 10)) : 0;
+        if (hypotheses) {
+          frame.reported_objects.push_back({id, "person", flags, 0, 0, Cell(column, iou)});
+        } else {
+          frame.truth.push_back({id, "person", Cell(column)});
+        }
       }
     }
-    parsed.insert(parsed.end(), static_cast<size_t>(repeat), frame);
+    for (int i = 0; i < repeat; ++i) {
+      frame.frame = static_cast<int64_t>(run.frames.size());
+      frame.time = 0.1 * static_cast<double>(frame.frame);
+      frame.timestamp = 1000000 + 100000 * static_cast<uint64_t>(frame.frame);
+      run.frames.push_back(frame);
+    }
   }
-  return parsed;
+  return run;
 }
 
 inline Sequence Frames(const std::vector<std::string>& frames) {
-  Sequence sequence;
-  for (const TextFrame& text : ParseFrames(frames)) {
-    sequence.emplace_back();
-    for (const TextBox& b : text.truth) sequence.back().truth.push_back({b.id, b.box});
-    for (const TextBox& b : text.hypotheses) sequence.back().hypotheses.push_back({b.id, b.box});
-  }
-  return sequence;
+  return ToSequence(RunOf(frames));
 }
 
 }  // namespace eval
