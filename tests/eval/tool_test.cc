@@ -61,11 +61,8 @@ void WriteScene() {
                 "fence":{"expect":[{"object":1,"direction":2,"frame":2}]}})");
 }
 
-const std::vector<std::string> kInputs = {"--truth", "/tmp/truth.csv", "--events",
-                                          "/tmp/events.jsonl"};
-
 std::vector<std::string> Inputs(std::vector<std::string> more) {
-  more.insert(more.begin(), kInputs.begin(), kInputs.end());
+  more.insert(more.begin(), {"--truth", "/tmp/truth.csv", "--events", "/tmp/events.jsonl"});
   return more;
 }
 

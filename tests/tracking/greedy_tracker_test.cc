@@ -24,13 +24,7 @@ constexpr float kStrong = 0.9f;
 constexpr float kWeak = 0.3f;
 
 TrackedObject Rect(float xmin, float ymin, float xmax, float ymax, float score = 0) {
-  TrackedObject box;
-  box.score = score;
-  box.xmin = xmin;
-  box.ymin = ymin;
-  box.xmax = xmax;
-  box.ymax = ymax;
-  return box;
+  return TrackedObject{score, xmin, ymin, xmax, ymax, 0, 0, 0, 0, 0, 0, 0};
 }
 
 // A square box of side `size` centred on (cx, cy), in pixels, without motion offset.
