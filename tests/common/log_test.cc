@@ -19,16 +19,8 @@ using testing::RunInChild;
 
 void SetDebugSwitch(bool on) {
   mkdir("/tmp/workspace", 0755);
-  if (on) {
-    std::ofstream(kDebugSwitchPath) << "";
-  } else {
-    unlink(kDebugSwitchPath);
-  }
-}
-
-void FreshLogDir() {
-  unlink(DEBUG_LOG_PATH);
-  CreateLogFile();
+  if (on) std::ofstream(kDebugSwitchPath) << "";
+  if (!on) unlink(kDebugSwitchPath);
 }
 
 TEST(DebugSwitch, TheFileEnablesDebugAndIsReadOnceAtTheFirstTestOfAnyLevel) {
@@ -50,7 +42,8 @@ TEST(DebugSwitch, TheFileEnablesDebugAndIsReadOnceAtTheFirstTestOfAnyLevel) {
 // Standard output takes a long message whole; the file cuts it to 511 characters in all, level
 // prefix included, and so without its line feed.
 TEST(LogPrint, WritesBothLineFormsWithTheFileNameWithoutItsDirectory) {
-  FreshLogDir();
+  unlink(DEBUG_LOG_PATH);
+  CreateLogFile();
   const std::string long_text(600, 'x');
   ChildResult result = RunInChild([&] {
     LogPrint(kLogInfo, "/src/bin/threshold.cc", 42, "ReloadFromPgo", "value %d\n", 7);

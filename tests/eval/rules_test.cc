@@ -13,10 +13,6 @@ namespace mirvane {
 namespace eval {
 namespace {
 
-std::vector<FrameCorrespondence> Match(const AlignedRun& run) {
-  return MatchFrames(ToSequence(run), 0.5);
-}
-
 Expectations Parsed(const std::string& text) {
   Expectations e;
   std::string error;
@@ -118,7 +114,9 @@ TEST(EvaluateRules, TakesTriggersOfTheObjectRuleAndDirectionWithinTheWindow) {
     const AlignedRun run = RunOf(c.frames);
     RuleAccuracy a;
     std::string error;
-    ASSERT_TRUE(EvaluateRules(run, Match(run), Parsed(c.expectations), &a, &error)) << error;
+    ASSERT_TRUE(
+        EvaluateRules(run, MatchFrames(ToSequence(run), 0.5), Parsed(c.expectations), &a, &error))
+        << error;
     EXPECT_EQ(Describe(a), c.accuracy);
   }
 }
