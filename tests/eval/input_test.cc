@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <vector>
 
 #include "events.h"
 #include "printer.h"
@@ -15,11 +16,8 @@ namespace mirvane {
 namespace eval {
 namespace {
 
-void ExpectBox(const Box& box, double xmin, double ymin, double xmax, double ymax) {
-  EXPECT_NEAR(box.xmin, xmin, 1e-9);
-  EXPECT_NEAR(box.ymin, ymin, 1e-9);
-  EXPECT_NEAR(box.xmax, xmax, 1e-9);
-  EXPECT_NEAR(box.ymax, ymax, 1e-9);
+std::vector<double> Corners(const Box& box) {
+  return {box.xmin, box.ymin, box.xmax, box.ymax};
 }
 
 GroundTruth ReadTruth(const std::string& text) {
@@ -50,7 +48,7 @@ TEST(JsonLinesTruth, ReadsFramesSortedWithNamesAndTimes) {
   ASSERT_EQ(truth.frames[1].objects.size(), 2u);
   EXPECT_EQ(truth.frames[1].objects[0].id, 4);
   EXPECT_EQ(truth.frames[1].objects[0].class_name, "vehicle");
-  ExpectBox(truth.frames[1].objects[0].box, 0.5, 0.5, 0.75, 0.625);
+  EXPECT_EQ(Corners(truth.frames[1].objects[0].box), (std::vector<double>{0.5, 0.5, 0.75, 0.625}));
   EXPECT_EQ(truth.frames[1].objects[1].id, 5);
   EXPECT_DOUBLE_EQ(truth.frames[2].time, 9.5);
 
@@ -150,7 +148,7 @@ TEST(EventLines, ReadsWhatTheStandInPrintsAndSkipsForeignLines) {
   EXPECT_EQ(p.snapshot_id, 3);
   EXPECT_TRUE(p.region() && p.fence(1) && !p.fence(2));
   EXPECT_EQ(p.confidence, 0.85);
-  ExpectBox(p.box, 0.62, 0.25, 0.375, 1.0);
+  EXPECT_EQ(Corners(p.box), (std::vector<double>{0.62, 0.25, 0.375, 1.0}));
   const ReportedObject& c = log.frames[0].objects[1];
   EXPECT_EQ(c.class_name, "vehicle");
   EXPECT_TRUE(!c.region() && !c.fence(1) && c.fence(2));

@@ -3,8 +3,6 @@
 // back, in tests/eval/input_test.cc.)
 #include <gtest/gtest.h>
 
-#include <cstdio>
-
 #include <cstring>
 #include <string>
 #include <vector>
