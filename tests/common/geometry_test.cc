@@ -36,15 +36,6 @@ TEST(PolygonContains, FollowsTheEvenOddRule) {
   }
 }
 
-TEST(PolygonCoversBox, NeedsATenthOfTheSamples) {
-  const Box box{0.0f, 0.0f, 1.0f, 1.0f};
-  // Sample centres lie at 0.05, 0.15, ...: a strip up to x 0.1 holds one column of ten.
-  const Polygon one_column{{0.0f, 0.0f}, {0.1f, 0.0f}, {0.1f, 1.0f}, {0.0f, 1.0f}};
-  const Polygon nine_samples{{0.0f, 0.0f}, {0.1f, 0.0f}, {0.1f, 0.9f}, {0.0f, 0.9f}};
-  EXPECT_TRUE(PolygonCoversBox(one_column, box, 10, 0.1f));
-  EXPECT_FALSE(PolygonCoversBox(nine_samples, box, 10, 0.1f));
-}
-
 TEST(CrossingDirection, GivesTheDirectionOfAStepThroughTheSegment) {
   const Segment fence{{0.5f, 0.1f}, {0.5f, 0.9f}};
   EXPECT_EQ(CrossingDirection(fence, {{0.4f, 0.5f}, {0.6f, 0.5f}}), kCrossLeftToRight);
@@ -87,6 +78,14 @@ TEST(DetectionRegion, ExclusionAdmitsWhatNoPolygonContainsAndEverythingWithoutPo
   const Box box{0.3f, 0.3f, 0.5f, 0.5f};
   EXPECT_TRUE(include.AdmitsBox(box, 10, 0.1f));
   EXPECT_FALSE(exclude.AdmitsBox(box, 10, 0.1f));
+  // A box is covered by a tenth of its samples; their centres lie at 0.05, 0.15, ...
+  const Box whole{0, 0, 1, 1};
+  const Polygon one_column{{0, 0}, {0.1f, 0}, {0.1f, 1}, {0, 1}};
+  const Polygon nine_samples{{0, 0}, {0.1f, 0}, {0.1f, 0.9f}, {0, 0.9f}};
+  EXPECT_TRUE(
+      DetectionRegion(DetectionRegion::kInclusion, {one_column}).AdmitsBox(whole, 10, 0.1f));
+  EXPECT_FALSE(
+      DetectionRegion(DetectionRegion::kInclusion, {nine_samples}).AdmitsBox(whole, 10, 0.1f));
   EXPECT_FALSE(DetectionRegion().Admits({0.5f, 0.5f}));
   EXPECT_TRUE(DetectionRegion(DetectionRegion::kExclusion, {}).Admits({0.5f, 0.5f}));
 }
