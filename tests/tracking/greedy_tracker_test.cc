@@ -32,12 +32,6 @@ TrackedObject Square(float cx, float cy, float size, float score) {
   return Rect(cx - size / 2, cy - size / 2, cx + size / 2, cy + size / 2, score);
 }
 
-Ids IdsOf(const std::vector<TrackedObject>& objects) {
-  Ids ids;
-  for (const TrackedObject& object : objects) ids.push_back(object.tracking_id);
-  return ids;
-}
-
 // A tracker with an id counter of its own and a clock moved by hand.
 struct Rig {
   std::vector<TrackedObject> Frame(const std::vector<TrackedObject>& boxes) {
@@ -45,7 +39,11 @@ struct Rig {
     for (const TrackedObject& box : boxes) scores.push_back(box.score);
     return tracker.Update(boxes, scores);
   }
-  Ids FrameIds(const std::vector<TrackedObject>& boxes) { return IdsOf(Frame(boxes)); }
+  Ids FrameIds(const std::vector<TrackedObject>& boxes) {
+    Ids ids;
+    for (const TrackedObject& object : Frame(boxes)) ids.push_back(object.tracking_id);
+    return ids;
+  }
 
   uint32_t next_id = 0;
   ManualClock clock;
