@@ -47,8 +47,7 @@ TEST(Supervisor, RestartsAKilledOrHungDaemonOnceItsChildIsGone) {
       // Silence is fine for 15 s; the hung child is killed once, then restarted when gone.
       {"hung", true, "S0 W1 P16 P16.5 P17 X P17.5", "- kill - restart", ""},
       {"never beating", true, "S0 P15.5", "kill", ""},
-      {"restarts spaced a second apart", true, "W0 C P0.1 W0.2 C P0.3 P1.2", "restart - restart",
-       ""},
+      {"spaced restarts", true, "W0 C P0.1 W0.2 C P0.3 P1.2", "restart - restart", ""},
       {"without a command", false, "W0 C P1", "-", "no restart command"},
   };
   for (const auto& c : cases) {

@@ -176,10 +176,6 @@ TEST(Track, AgeIsTheWholeMillisecondsSinceTheFirstSightingAndExpiryFollowsTheLas
   EXPECT_EQ(track.Record().age_ms, 1);
   EXPECT_FALSE(track.IsExpired(clock.Now() + kTrackExpiry));
   EXPECT_TRUE(track.IsExpired(clock.Now() + kTrackExpiry + std::chrono::nanoseconds(1)));
-  // A track built with a fixed answer ignores the clock.
-  EXPECT_FALSE(
-      GreedyTracker::Track(8, clock.Now(), false).IsExpired(clock.Now() + std::chrono::hours(1)));
-  EXPECT_TRUE(GreedyTracker::Track(9, clock.Now(), true).IsExpired(clock.Now()));
 }
 
 }  // namespace
