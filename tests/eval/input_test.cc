@@ -1,6 +1,5 @@
-// Reading the inputs: ground truth as JSON lines and as the simulation's CSV (read end to end in
-// tool_test.cc), the stand-in's JSON event lines (written here by the stand-in's own printer),
-// and what each reader says of a bad input, expectation files included.
+// Reading the inputs: JSON-lines ground truth (the CSV is read end to end in tool_test.cc), the
+// stand-in's event lines as its own printer writes them, and each reader's word on bad input.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -106,33 +105,28 @@ TEST(InputReaders, SayWhereAndWhatIsWrong) {
   }
 }
 
-// What the stand-in prints for a heartbeat, an event and its summary, through its own printer.
-std::string Printed(const sysd::Event& event) {
-  char* buffer = nullptr;
-  size_t size = 0;
-  FILE* out = open_memstream(&buffer, &size);
-  {
-    sysd::Printer printer(out, /*json=*/true, /*color=*/false);
-    printer.HeartbeatLine(0, sysd::Heartbeat{true, "mirvane", "restart"});
-    printer.EventLine(0, event);
-    printer.Summary("/tmp/snap_");
-  }
-  std::fclose(out);
-  std::string text(buffer, size);
-  std::free(buffer);
-  return text;
-}
-
 // Event lines without "flags" fall back to the decoded "region" and "fence" fields.
 TEST(EventLines, ReadsWhatTheStandInPrintsAndSkipsForeignLines) {
   // Single-precision values print as sent (0.62, not 0.620000005).
   const sysd::EventObject person{
       0, 17, 3, kRegionFlag | kFenceDirection1Flag, 0.85f, {0.62f, 0.25f, 0.375f, 1.0f}};
   const sysd::EventObject car{1, 18, 3, kFenceDirection2Flag, 0.75f, {0, 0, 1, 1}};
+  char* buffer = nullptr;
+  size_t size = 0;
+  FILE* out = open_memstream(&buffer, &size);
+  {  // what the stand-in prints for a heartbeat, an event and its summary
+    sysd::Printer printer(out, /*json=*/true, /*color=*/false);
+    printer.HeartbeatLine(0, sysd::Heartbeat{true, "mirvane", "restart"});
+    printer.EventLine(0, sysd::Event{129, 123456789, 2, {person, car}});
+    printer.Summary("/tmp/snap_");
+  }
+  std::fclose(out);
+  const std::string printed(buffer, size);
+  std::free(buffer);
   EventLog log;
   std::string error;
   ASSERT_TRUE(ParseEventLines(
-      Printed({129, 123456789, 2, {person, car}}) + "[Mirvane][Info] a log line\n" +
+      printed + "[Mirvane][Info] a log line\n" +
           R"({"kind":"event","timestamp":5,"objects":[{"tracking_id":2,"region":true,"fence":3,)"
           R"("box":[0,0,0.5,0.5]}]})",
       &log, &error))
