@@ -21,25 +21,19 @@ const Polygon kU{{0.2f, 0.2f}, {0.4f, 0.2f}, {0.4f, 0.6f}, {0.6f, 0.6f},
                  {0.6f, 0.2f}, {0.8f, 0.2f}, {0.8f, 0.8f}, {0.2f, 0.8f}};
 
 TEST(PolygonContains, FollowsTheEvenOddRule) {
-  EXPECT_TRUE(PolygonContains(kSquare, {0.4f, 0.4f}));
-  EXPECT_FALSE(PolygonContains(kSquare, {0.7f, 0.4f}));
-  EXPECT_FALSE(PolygonContains(kSquare, {0.4f, 0.1f}));
-  EXPECT_TRUE(PolygonContains(kU, {0.3f, 0.4f}));
-  EXPECT_FALSE(PolygonContains(kU, {0.5f, 0.4f}));  // in the notch
-  EXPECT_TRUE(PolygonContains(kU, {0.5f, 0.7f}));
-}
-
-TEST(PolygonContains, EmptyPolygonContainsNothing) {
-  EXPECT_FALSE(PolygonContains({}, {0.5f, 0.5f}));
-}
-
-TEST(PolygonCoversBox, NeedsATenthOfTheSamples) {
-  const Box box{0.0f, 0.0f, 1.0f, 1.0f};
-  // Sample centres lie at 0.05, 0.15, ...: a strip up to x 0.1 holds one column of ten.
-  const Polygon one_column{{0.0f, 0.0f}, {0.1f, 0.0f}, {0.1f, 1.0f}, {0.0f, 1.0f}};
-  const Polygon nine_samples{{0.0f, 0.0f}, {0.1f, 0.0f}, {0.1f, 0.9f}, {0.0f, 0.9f}};
-  EXPECT_TRUE(PolygonCoversBox(one_column, box, 10, 0.1f));
-  EXPECT_FALSE(PolygonCoversBox(nine_samples, box, 10, 0.1f));
+  const struct {
+    const Polygon& polygon;
+    Point point;
+    bool inside;
+  } cases[] = {
+      {kSquare, {0.4f, 0.4f}, true},  {kSquare, {0.7f, 0.4f}, false},
+      {kSquare, {0.4f, 0.1f}, false}, {kU, {0.3f, 0.4f}, true},
+      {kU, {0.5f, 0.4f}, false},  // in the notch
+      {kU, {0.5f, 0.7f}, true},       {Polygon(), {0.5f, 0.5f}, false},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(PolygonContains(c.polygon, c.point), c.inside) << c.point.x << "," << c.point.y;
+  }
 }
 
 TEST(CrossingDirection, GivesTheDirectionOfAStepThroughTheSegment) {
@@ -64,60 +58,50 @@ TEST(ClampedOverlap, ClampsOnlyTheNewBoxForTheIntersection) {
 }
 
 TEST(DetectionRegion, RegionTextSnapsCoordinatesNearTheEdges) {
-  const std::vector<Polygon> polygons =
-      DetectionRegion::ParsePolygons("0.01,0.5,0.99,0.5,0.99,0.99;0.1,0.1,0.2,0.1,0.2,0.2");
-  ASSERT_EQ(polygons.size(), 2u);
-  ASSERT_EQ(polygons[0].size(), 3u);
-  EXPECT_EQ(polygons[0][0].x, 0.0f);
-  EXPECT_FLOAT_EQ(polygons[0][0].y, 0.5f);
-  EXPECT_EQ(polygons[0][1].x, 1.0f);
-  EXPECT_EQ(polygons[0][2].x, 1.0f);
-  EXPECT_EQ(polygons[0][2].y, 1.0f);
-  ASSERT_EQ(polygons[1].size(), 3u);
-  EXPECT_FLOAT_EQ(polygons[1][0].x, 0.1f);
-  EXPECT_FLOAT_EQ(polygons[1][2].y, 0.2f);
+  std::string text;
+  for (const Polygon& polygon :
+       DetectionRegion::ParsePolygons("0.01,0.5,0.99,0.5,0.99,0.99;0.1,0.1,0.2,0.1,0.2,0.2")) {
+    for (const Point& p : polygon) text += std::to_string(p.x) + "," + std::to_string(p.y) + " ";
+    text += ";";
+  }
+  EXPECT_EQ(text,
+            "0.000000,0.500000 1.000000,0.500000 1.000000,1.000000 ;"
+            "0.100000,0.100000 0.200000,0.100000 0.200000,0.200000 ;");
 }
 
-TEST(DetectionRegion, ExclusionRegionAdmitsWhatNoPolygonContains) {
-  const std::vector<Polygon> polygons{kSquare};
-  const DetectionRegion include(DetectionRegion::kInclusion, polygons);
-  const DetectionRegion exclude(DetectionRegion::kExclusion, polygons);
+TEST(DetectionRegion, ExclusionAdmitsWhatNoPolygonContainsAndEverythingWithoutPolygons) {
+  const DetectionRegion include(DetectionRegion::kInclusion, {kSquare});
+  const DetectionRegion exclude(DetectionRegion::kExclusion, {kSquare});
   EXPECT_TRUE(include.Admits({0.4f, 0.4f}));
   EXPECT_FALSE(exclude.Admits({0.4f, 0.4f}));
   EXPECT_TRUE(exclude.Admits({0.8f, 0.8f}));
   const Box box{0.3f, 0.3f, 0.5f, 0.5f};
   EXPECT_TRUE(include.AdmitsBox(box, 10, 0.1f));
   EXPECT_FALSE(exclude.AdmitsBox(box, 10, 0.1f));
-}
-
-TEST(DetectionRegion, WithoutPolygonsInclusionAdmitsNothingAndExclusionEverything) {
+  // A box is covered by a tenth of its samples; their centres lie at 0.05, 0.15, ...
+  const Box whole{0, 0, 1, 1};
+  const Polygon one_column{{0, 0}, {0.1f, 0}, {0.1f, 1}, {0, 1}};
+  const Polygon nine_samples{{0, 0}, {0.1f, 0}, {0.1f, 0.9f}, {0, 0.9f}};
+  EXPECT_TRUE(
+      DetectionRegion(DetectionRegion::kInclusion, {one_column}).AdmitsBox(whole, 10, 0.1f));
+  EXPECT_FALSE(
+      DetectionRegion(DetectionRegion::kInclusion, {nine_samples}).AdmitsBox(whole, 10, 0.1f));
   EXPECT_FALSE(DetectionRegion().Admits({0.5f, 0.5f}));
   EXPECT_TRUE(DetectionRegion(DetectionRegion::kExclusion, {}).Admits({0.5f, 0.5f}));
 }
 
-TEST(Fence, EachPointAfterTheFirstAddsASegment) {
-  Fence fence;
-  fence.AddPoint({0.1f, 0.1f});
-  EXPECT_TRUE(fence.boundaries().empty());
-  fence.AddPoint({0.2f, 0.2f});
-  fence.AddPoint({0.3f, 0.1f});
-  ASSERT_EQ(fence.boundaries().size(), 2u);
-  const auto second = fence.GetBoundary(1);
-  ASSERT_TRUE(second.has_value());
-  EXPECT_FLOAT_EQ(second->start.x, 0.2f);
-  EXPECT_FLOAT_EQ(second->end.x, 0.3f);
-  EXPECT_FLOAT_EQ(fence.GetPoint(2)->y, 0.1f);
-}
-
-TEST(Fence, OutOfRangeGettersLogUnderThePointGettersName) {
+TEST(Fence, EachPointAfterTheFirstAddsASegmentAndOutOfRangeGettersLogUnderThePointGetter) {
   const testing::ChildResult result = testing::RunInChild([] {
     Fence fence;
     fence.AddPoint({0.1f, 0.1f});
-    if (fence.GetPoint(1) || fence.GetBoundary(0)) _exit(10);
+    if (!fence.boundaries().empty()) _exit(11);
+    fence.AddPoint({0.2f, 0.3f});
+    if (fence.boundaries().size() != 1 || fence.GetBoundary(0)->end.y != 0.3f) _exit(12);
+    if (fence.GetPoint(2) || fence.GetBoundary(1)) _exit(10);
   });
   EXPECT_EQ(result.exit_code, 0);
-  EXPECT_THAT(result.out, HasSubstr(":GetPoint: failed to get point 1\n"));
-  EXPECT_THAT(result.out, HasSubstr(":GetPoint: failed to get boundary 0\n"));
+  EXPECT_THAT(result.out, HasSubstr(":GetPoint: failed to get point 2\n"));
+  EXPECT_THAT(result.out, HasSubstr(":GetPoint: failed to get boundary 1\n"));
 }
 
 }  // namespace

@@ -3,70 +3,60 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 namespace mirvane {
 namespace sysd {
 namespace {
 
-SupervisorConfig WithRestart() { return SupervisorConfig{true, 15, 1}; }
-
-TEST(Supervisor, RestartsAfterAFinalAliveHeartbeatOnceTheChildHasExited) {
-  Supervisor s(WithRestart());
-  s.OnChildStarted(0);
-  s.OnHeartbeat(true, 1);
-  s.OnHeartbeat(true, 6);
-  s.OnHeartbeatConnectionClosed();
-  SupervisorDecision d = s.Poll(7);
-  EXPECT_EQ(d.action, SupervisorAction::kNone) << "the child is still stopping";
-  EXPECT_NE(d.note.find("'W'"), std::string::npos);
-  s.OnChildExited();
-  EXPECT_EQ(s.Poll(7.1).action, SupervisorAction::kRestart);
-  EXPECT_EQ(s.Poll(7.2).action, SupervisorAction::kNone) << "exactly one restart";
+// Plays a script of events against a supervisor and returns what its polls decided: "S0" the
+// child started at 0 s, "W1" / "w1" an alive / releasing heartbeat at 1 s, "C" the heartbeat
+// connection closed, "X" the child exited, "P7" a poll at 7 s, answered "-", "kill" or
+// "restart". The notes of all polls are appended to *notes.
+std::string Play(Supervisor* s, const std::string& script, std::string* notes) {
+  std::istringstream steps(script);
+  std::string step;
+  std::string decisions;
+  while (steps >> step) {
+    const double t = step.size() > 1 ? std::stod(step.substr(1)) : 0;
+    const char kind = step[0];
+    if (kind == 'S') s->OnChildStarted(t);
+    if (kind == 'W' || kind == 'w') s->OnHeartbeat(kind == 'W', t);
+    if (kind == 'C') s->OnHeartbeatConnectionClosed();
+    if (kind == 'X') s->OnChildExited();
+    if (kind != 'P') continue;
+    const SupervisorDecision d = s->Poll(t);
+    *notes += d.note + "\n";
+    decisions += d.action == SupervisorAction::kRestart     ? " restart"
+                 : d.action == SupervisorAction::kKillStale ? " kill"
+                                                            : " -";
+  }
+  return decisions.substr(1);
 }
 
-TEST(Supervisor, LeavesAReleasedDaemonAlone) {
-  Supervisor s(WithRestart());
-  s.OnHeartbeat(true, 1);
-  s.OnHeartbeat(false, 2);
-  s.OnHeartbeatConnectionClosed();
-  SupervisorDecision d = s.Poll(3);
-  EXPECT_EQ(d.action, SupervisorAction::kNone);
-  EXPECT_NE(d.note.find("not restarting"), std::string::npos);
-  EXPECT_EQ(s.Poll(100).action, SupervisorAction::kNone) << "no time-out after a release";
-}
-
-TEST(Supervisor, KillsAHungChildThenRestartsIt) {
-  Supervisor s(WithRestart());
-  s.OnChildStarted(0);
-  s.OnHeartbeat(true, 1);
-  EXPECT_EQ(s.Poll(16).action, SupervisorAction::kNone) << "15 s of silence is still fine";
-  EXPECT_EQ(s.Poll(16.5).action, SupervisorAction::kKillStale);
-  EXPECT_EQ(s.Poll(17).action, SupervisorAction::kNone) << "killed once";
-  s.OnChildExited();
-  EXPECT_EQ(s.Poll(17.5).action, SupervisorAction::kRestart);
-}
-
-TEST(Supervisor, ADaemonThatNeverBeatsCountsAsHung) {
-  Supervisor s(WithRestart());
-  s.OnChildStarted(0);
-  EXPECT_EQ(s.Poll(15.5).action, SupervisorAction::kKillStale);
-}
-
-TEST(Supervisor, SpacesRestartsAndOnlyNotesWithoutACommand) {
-  Supervisor s(WithRestart());
-  s.OnHeartbeat(true, 0);
-  s.OnHeartbeatConnectionClosed();
-  EXPECT_EQ(s.Poll(0.1).action, SupervisorAction::kRestart);
-  s.OnHeartbeat(true, 0.2);
-  s.OnHeartbeatConnectionClosed();
-  EXPECT_EQ(s.Poll(0.3).action, SupervisorAction::kNone);
-  EXPECT_EQ(s.Poll(1.2).action, SupervisorAction::kRestart) << "one second after the last";
-
-  Supervisor quiet(SupervisorConfig{false, 15, 1});
-  quiet.OnHeartbeat(true, 0);
-  quiet.OnHeartbeatConnectionClosed();
-  const SupervisorDecision d = quiet.Poll(1);
-  EXPECT_EQ(d.action, SupervisorAction::kNone);
-  EXPECT_NE(d.note.find("no restart command"), std::string::npos);
+TEST(Supervisor, RestartsAKilledOrHungDaemonOnceItsChildIsGone) {
+  const struct {
+    const char* name;
+    bool restart_enabled;
+    const char* script;
+    const char* decisions;
+    const char* note;  // in some poll's note
+  } cases[] = {
+      {"closed after an alive heartbeat", true, "S0 W1 W6 C P7 X P7.1 P7.2", "- restart -", "'W'"},
+      {"released", true, "W1 w2 C P3 P100", "- -", "not restarting"},
+      // Silence is fine for 15 s; the hung child is killed once, then restarted when gone.
+      {"hung", true, "S0 W1 P16 P16.5 P17 X P17.5", "- kill - restart", ""},
+      {"never beating", true, "S0 P15.5", "kill", ""},
+      {"spaced restarts", true, "W0 C P0.1 W0.2 C P0.3 P1.2", "restart - restart", ""},
+      {"without a command", false, "W0 C P1", "-", "no restart command"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    Supervisor s(SupervisorConfig{c.restart_enabled, 15, 1});
+    std::string notes;
+    EXPECT_EQ(Play(&s, c.script, &notes), c.decisions);
+    EXPECT_NE(notes.find(c.note), std::string::npos) << notes;
+  }
 }
 
 }  // namespace
