@@ -107,7 +107,7 @@ void Prepare(const RunSetup& s) {
 // The stand-in, started at once; it restarts the daemon max_restarts times and ends after it.
 std::vector<std::string> StandIn(int max_restarts = 0) {
   WriteText(kDaemonOutput, "");
-  return {MIRVANE_SYSD_PATH, "--json",         "--restart-command",          MIRVANE_DAEMON_PATH,
+  return {MIRVANE_SYSD_PATH, "--json",         "--restart-command",          MIRVANE_DAEMON_COMMAND,
           "--start",         "--max-restarts", std::to_string(max_restarts), "--daemon-output",
           kDaemonOutput};
 }
