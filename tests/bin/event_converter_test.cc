@@ -12,10 +12,7 @@
 namespace mirvane {
 namespace {
 
-using testing::ChildResult;
-using testing::RunInChild;
-
-// Hands out ids 1, 2, 3... (or from a chosen start) and counts its calls.
+// Hands out ids from first_id on and counts its calls.
 class CountingGetter : public result_sender::ISnapshotGetter {
  public:
   CountingGetter(int* calls, int32_t first_id) : calls_(calls), next_(first_id) {}
@@ -35,7 +32,17 @@ struct Harness {
   int calls = 0;
   int64_t now_ns = 0;
   SnapshotIdCache cache;
-  VENDOR_AI_BUF frame = {};
+
+  // Converts a result in which no object is triggered.
+  std::vector<EventObject> Plain(const TrackResult& result) {
+    std::vector<std::vector<bool>> pv;
+    std::vector<std::vector<uint8_t>> intrusion;
+    for (const auto& group : result.objects) {
+      pv.emplace_back(group.size(), false);
+      intrusion.emplace_back(group.size(), 0);
+    }
+    return Convert(cache, result, pv, intrusion, VENDOR_AI_BUF{});
+  }
 };
 
 TrackedObject Tracked(uint32_t id, int32_t class_id, float score) {
@@ -50,23 +57,12 @@ TrackedObject Tracked(uint32_t id, int32_t class_id, float score) {
   return o;
 }
 
-// A result with the given groups and, for each object, no trigger.
-std::vector<EventObject> ConvertPlain(Harness& h, const TrackResult& result) {
-  std::vector<std::vector<bool>> pv;
-  std::vector<std::vector<uint8_t>> intrusion;
-  for (const auto& group : result.objects) {
-    pv.emplace_back(group.size(), false);
-    intrusion.emplace_back(group.size(), 0);
-  }
-  return Convert(h.cache, result, pv, intrusion, h.frame);
-}
-
 TEST(EventConverter, MergesGroupsByConfidenceAndCarriesTriggers) {
   Harness h;
   TrackResult result;
   result.objects = {{Tracked(0, 1, 0.5f), Tracked(1, 1, 0.9f)}, {Tracked(2, 2, 0.7f)}};
   const std::vector<EventObject> events =
-      Convert(h.cache, result, {{true, false}, {false}}, {{0, 3}, {1}}, h.frame);
+      Convert(h.cache, result, {{true, false}, {false}}, {{0, 3}, {1}}, VENDOR_AI_BUF{});
   ASSERT_EQ(events.size(), 3u);
   EXPECT_EQ(events[0].tracking_id, 1);
   EXPECT_EQ(events[0].int_trigger, 3);
@@ -79,62 +75,44 @@ TEST(EventConverter, MergesGroupsByConfidenceAndCarriesTriggers) {
   EXPECT_EQ(h.calls, 3) << "every reported object gets a snapshot";
 }
 
+TEST(EventConverter, KeepsTheFifteenMostConfident) {
+  Harness h;
+  TrackResult tracks;
+  tracks.objects.resize(1);
+  for (uint32_t k = 0; k < 16; ++k) tracks.objects[0].push_back(Tracked(k, 1, 0.1f + 0.05f * k));
+  const std::vector<EventObject> events = h.Plain(tracks);
+  ASSERT_EQ(events.size(), 15u);
+  EXPECT_EQ(events.back().tracking_id, 1) << "id 0 was the least confident";
+}
+
 TEST(EventConverter, NoObjectsTakeNoSnapshotButEndedTracksAreForgotten) {
   Harness h;
   TrackResult first;
   first.objects = {{Tracked(7, 1, 0.5f)}};
-  ConvertPlain(h, first);
+  h.Plain(first);
   ASSERT_EQ(h.cache.size(), 1u);
   TrackResult empty;
   empty.objects = {{}};
   empty.removed_ids = {{7, 8}};
-  EXPECT_TRUE(ConvertPlain(h, empty).empty());
+  EXPECT_TRUE(h.Plain(empty).empty());
   EXPECT_EQ(h.calls, 1);
   EXPECT_EQ(h.cache.size(), 0u);
 }
 
-TEST(EventConverter, KeepsTheFifteenMostConfident) {
-  ChildResult result = RunInChild([] {
-    for (int n : {15, 16}) {
-      Harness h;
-      TrackResult tracks;
-      tracks.objects.resize(1);
-      for (int k = 0; k < n; ++k) {
-        tracks.objects[0].push_back(Tracked(static_cast<uint32_t>(k), 1, 0.1f + 0.05f * k));
-      }
-      const std::vector<EventObject> events = ConvertPlain(h, tracks);
-      if (events.size() != 15u) _exit(10);
-      if (n == 16 && events.back().tracking_id != 1) _exit(11);  // id 0 was the least confident
-    }
-  });
-  EXPECT_EQ(result.exit_code, 0);
-  // The cut is logged at the debug level only, which is off without the debug switch.
-  EXPECT_EQ(result.out.find("over max"), std::string::npos);
-}
-
-TEST(SnapshotIdCache, KeepsASnapshotForASecondThenRenewsIt) {
-  Harness h;
-  TrackResult tracks;
-  tracks.objects = {{Tracked(3, 1, 0.5f)}};
-  EXPECT_EQ(ConvertPlain(h, tracks)[0].snapshot_id, 1);
-  h.now_ns = 500000000;
-  EXPECT_EQ(ConvertPlain(h, tracks)[0].snapshot_id, 1);
-  h.now_ns = 1000000000;
-  EXPECT_EQ(ConvertPlain(h, tracks)[0].snapshot_id, 1) << "exactly one second is not older";
-  h.now_ns = 1000000001;
-  EXPECT_EQ(ConvertPlain(h, tracks)[0].snapshot_id, 2);
-  EXPECT_EQ(h.calls, 2);
-}
-
-TEST(SnapshotIdCache, ReportsIdsAbove255ByTheirLowByte) {
+TEST(SnapshotIdCache, KeepsASnapshotForASecondThenRenewsItReportingTheLowByte) {
   Harness h(300);
   TrackResult tracks;
   tracks.objects = {{Tracked(3, 1, 0.5f)}};
-  EXPECT_EQ(ConvertPlain(h, tracks)[0].snapshot_id, 300 & 0xFF);
+  for (const auto& step : {std::make_pair(0, 300), std::make_pair(500000000, 300),
+                           std::make_pair(1000000000, 300), std::make_pair(1000000001, 301)}) {
+    h.now_ns = step.first;  // exactly one second is not older
+    EXPECT_EQ(h.Plain(tracks)[0].snapshot_id, step.second & 0xFF) << step.first;
+  }
+  EXPECT_EQ(h.calls, 2);
 }
 
 TEST(ConvertClassId, MapsOneToFourAndLogsTheRest) {
-  ChildResult result = RunInChild([] {
+  const testing::ChildResult result = testing::RunInChild([] {
     if (ConvertClassId(1) != 0 || ConvertClassId(4) != 3) _exit(10);
     if (ConvertClassId(0) != 0 || ConvertClassId(5) != 0) _exit(11);
   });

@@ -38,7 +38,7 @@ std::vector<uint32_t> IdsOf(const std::vector<TrackedObject>& objects) {
 using Ids = std::vector<uint32_t>;
 using IdSet = std::unordered_set<uint32_t>;
 
-TEST(ObjDetectTracker, IdsAreSharedOverClassesInClassThenBoxOrder) {
+TEST(ObjDetectTracker, IdsAreSharedOverClassesInClassThenBoxOrderAndClassesTrackApart) {
   ManualClock clock;
   ObjDetectTracker tracker(4, kThreshold, clock.Source());
   const TrackResult result = tracker.Update({{At(0.25f, 0.5f, 0.9f), At(0.75f, 0.5f, 0.9f)},
@@ -51,43 +51,17 @@ TEST(ObjDetectTracker, IdsAreSharedOverClassesInClassThenBoxOrder) {
   EXPECT_EQ(IdsOf(result.objects[1]), (Ids{2}));
   EXPECT_TRUE(result.objects[2].empty());
   EXPECT_EQ(IdsOf(result.objects[3]), (Ids{3}));
+  // The same place in another class is another object.
+  clock.Advance(milliseconds(40));
+  EXPECT_EQ(
+      IdsOf(tracker.Update({{}, {}, {At(0.25f, 0.5f, 0.9f)}, {}}, kWidth, kHeight, 2).objects[2]),
+      (Ids{4}));
 
   // Each detection tracker has its own counter, starting at 0.
   ObjDetectTracker fresh(4, kThreshold, clock.Source());
   EXPECT_EQ(
       IdsOf(fresh.Update({{}, {At(0.5f, 0.5f, 0.9f)}, {}, {}}, kWidth, kHeight, 1).objects[1]),
       (Ids{0}));
-}
-
-TEST(ObjDetectTracker, TracksEachClassOnItsOwn) {
-  ManualClock clock;
-  ObjDetectTracker tracker(2, kThreshold, clock.Source());
-  tracker.Update({{At(0.5f, 0.5f, 0.9f)}, {}}, kWidth, kHeight, 1);
-  clock.Advance(milliseconds(40));
-  // The same place in the other class is another object.
-  const TrackResult result = tracker.Update({{}, {At(0.5f, 0.5f, 0.9f)}}, kWidth, kHeight, 2);
-  EXPECT_TRUE(result.objects[0].empty());
-  EXPECT_EQ(IdsOf(result.objects[1]), (Ids{1}));
-}
-
-TEST(ObjDetectTracker, ObjectsComeBackNormalisedWithClassIdAndTimestamp) {
-  ManualClock clock;
-  ObjDetectTracker tracker(4, kThreshold, clock.Source());
-  const uint64_t timestamp = 0xfedcba9876543210ull;
-  const Detection detection{0.875f, 0.25f, 0.5f, 0.375f, 0.75f, 0.125f, -0.25f};
-  const TrackResult result = tracker.Update({{}, {}, {detection}, {}}, kWidth, kHeight, timestamp);
-  ASSERT_EQ(result.objects[2].size(), 1u);
-  const TrackedObject& object = result.objects[2][0];
-  EXPECT_EQ(object.score, detection.score);
-  EXPECT_EQ(object.xmin, detection.xmin);
-  EXPECT_EQ(object.ymin, detection.ymin);
-  EXPECT_EQ(object.xmax, detection.xmax);
-  EXPECT_EQ(object.ymax, detection.ymax);
-  EXPECT_EQ(object.offset_x, detection.track_dx);
-  EXPECT_EQ(object.offset_y, detection.track_dy);
-  EXPECT_EQ(object.class_id, 3);
-  EXPECT_EQ(object.time, timestamp);
-  EXPECT_EQ(object.tracking_id, 0u);
 }
 
 TEST(ObjDetectTracker, OffsetsAreScaledToPixelsPerAxis) {
