@@ -116,7 +116,6 @@ struct ObjectRecord {
   std::string class_name;
   int tracking_id = 0;
   int snapshot_id = 0;
-  int flags = 0;
   bool region = false;
   int fence = 0;  // the direction bits the stand-in decoded
   double box[4] = {0, 0, 0, 0};
@@ -176,7 +175,6 @@ Transcript Read(const Subprocess& stand_in) {
         o.class_name = json_string_value(json_object_get(item, "class"));
         o.tracking_id = Int(item, "tracking_id");
         o.snapshot_id = Int(item, "snapshot_id");
-        o.flags = Int(item, "flags");
         o.region = json_is_true(json_object_get(item, "region"));
         o.fence = Int(item, "fence");
         for (size_t k = 0; k < 4; ++k) {
@@ -201,7 +199,8 @@ bool WaitForEvents(const Subprocess& stand_in, size_t count) {
 // Runs the stand-in until it ends by itself, after the daemon's last run.
 Transcript RunToEnd(int max_restarts = 0) {
   Subprocess stand_in(StandIn(max_restarts));
-  EXPECT_TRUE(stand_in.Wait(seconds(150))) << ReadFileOrEmpty(kDaemonOutput);
+  // Under a cross build's emulator the daemon runs about ten times slower.
+  EXPECT_TRUE(stand_in.Wait(seconds(600))) << ReadFileOrEmpty(kDaemonOutput);
   EXPECT_EQ(stand_in.result().exit_code, 0) << stand_in.result().err;
   return Read(stand_in);
 }
@@ -326,7 +325,6 @@ bool InPlainView(const TruthBox& box, const std::vector<TruthBox>& frame) {
 struct Match {
   std::set<int> tracking_ids;
   int frames = 0;
-  std::string history;  // " timestamp:id" where the id changes
 };
 
 // For each ground-truth object, the tracking ids of the event objects that show it (overlap of
@@ -349,10 +347,7 @@ std::map<int, Match> MatchTracks(const std::vector<EventRecord>& events, const G
       }
       if (best == nullptr) continue;
       Match& match = matches[best->object_id];
-      if (match.tracking_ids.insert(object.tracking_id).second) {
-        match.history +=
-            " " + std::to_string(event.timestamp) + ":" + std::to_string(object.tracking_id);
-      }
+      match.tracking_ids.insert(object.tracking_id);
       ++match.frames;
     }
   }
@@ -412,8 +407,7 @@ TEST(DefaultScene, IdsStayStableSnapshotsAreReadableAndFiveFailedReadsEndEachRun
   EXPECT_EQ(matches.size(), 9u) << "every object of the scene is seen";
   std::set<int> ids;
   for (const auto& m : matches) {
-    EXPECT_EQ(m.second.tracking_ids.size(), 1u)
-        << "object " << m.first << " in " << m.second.frames << " frames:" << m.second.history;
+    EXPECT_EQ(m.second.tracking_ids.size(), 1u) << "object " << m.first;
     EXPECT_GT(m.second.frames, 50) << "object " << m.first;
     ids.insert(m.second.tracking_ids.begin(), m.second.tracking_ids.end());
   }
@@ -455,7 +449,7 @@ TEST(Rules, RegionFlagAfterTheDwellTimeAndOneFenceEventInTheAllowedDirection) {
   for (const EventRecord& event : t.events) {
     for (const ObjectRecord& object : event.objects) {
       if (object.fence != 0)
-        fence_events.push_back(object.class_name + std::to_string(object.flags & 6));
+        fence_events.push_back(object.class_name + std::to_string(object.fence));
       if (object.class_name != "person") continue;
       // The region test point of a person: the middle of the box, nine tenths down.
       const bool inside = (object.box[0] + object.box[2]) * 0.5 > 0.5;
@@ -469,7 +463,7 @@ TEST(Rules, RegionFlagAfterTheDwellTimeAndOneFenceEventInTheAllowedDirection) {
       }
     }
   }
-  EXPECT_EQ(fence_events, std::vector<std::string>{"person4"}) << "direction 1 is flag 4";
+  EXPECT_EQ(fence_events, std::vector<std::string>{"person1"});
   ASSERT_GE(entered, 0);
   ASSERT_GE(flagged, 0);
   // Times are when the stand-in received the events; a little slack for delivery.
