@@ -26,8 +26,19 @@
 #include "tracking/rule_decorator.h"
 
 namespace mirvane {
-namespace testing {
 namespace {
+
+using namespace dva;                        // NOLINT: geometry, regions, move judges
+using namespace dva::object_detect_result;  // NOLINT: the status managers
+using namespace rule;                       // NOLINT: the two rules
+using std::chrono::minutes;
+using std::chrono::nanoseconds;
+using std::chrono::seconds;
+using ::testing::HasSubstr;
+using testing::ManualClock;
+using ::testing::Not;
+using Bits = std::vector<bool>;
+namespace decorator = rule_decorator;
 
 TrackedObject Object(uint32_t tracking_id, int32_t class_id, dva::Box box) {
   TrackedObject object;
@@ -51,21 +62,6 @@ TrackResult Frame(std::initializer_list<TrackedObject> objects,
   result.removed_ids[0] = std::unordered_set<uint32_t>(removed);
   return result;
 }
-
-}  // namespace
-}  // namespace testing
-
-namespace dva {
-namespace object_detect_result {
-namespace {
-
-using std::chrono::minutes;
-using std::chrono::nanoseconds;
-using std::chrono::seconds;
-using testing::Frame;
-using testing::ManualClock;
-using testing::Object;
-using Bits = std::vector<bool>;
 
 constexpr int64_t kPeopleSeconds = 2;
 constexpr int64_t kVehicleSeconds = 4;
@@ -253,21 +249,6 @@ TEST(IouMoveJudge, SlowDriftAddsUpAgainstTheLastReference) {
   EXPECT_TRUE(judge.IsMoved(1));
 }
 
-}  // namespace
-}  // namespace object_detect_result
-}  // namespace dva
-
-namespace rule {
-namespace {
-
-using std::chrono::seconds;
-using testing::Frame;
-using ::testing::HasSubstr;
-using testing::ManualClock;
-using ::testing::Not;
-using testing::Object;
-namespace decorator = dva::object_detect_result::rule_decorator;
-
 JsonRef Json(const std::string& text) {
   JsonRef json(json_loads(text.c_str(), JSON_DECODE_ANY, nullptr));
   if (!json) ADD_FAILURE() << "bad test JSON: " << text;
@@ -393,9 +374,6 @@ TEST(ResetObjectStatusManger, AllFourSwitchesBuildTheChainInsideOutInOrder) {
               threshold + 1u);
   }
 }
-
-constexpr dva::Box kInside{0.1f, 0.1f, 0.3f, 0.5f};
-constexpr dva::Box kOutside{0.6f, 0.1f, 0.8f, 0.5f};
 
 TEST(PeopleVeichileApply, AnswersPerObjectInTheShapeOfTheClassLists) {
   ManualClock clock;
@@ -570,5 +548,4 @@ TEST(IntrusionApply, RemovedIdStartsWithoutAPreviousPosition) {
 }
 
 }  // namespace
-}  // namespace rule
 }  // namespace mirvane
