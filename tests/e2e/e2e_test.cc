@@ -444,7 +444,6 @@ TEST(Rules, RegionFlagAfterTheDwellTimeAndOneFenceEventInTheAllowedDirection) {
   const Transcript t = RunToEnd();
 
   double entered = -1, flagged = -1;
-  int flagged_events = 0;
   std::vector<std::string> fence_events;
   for (const EventRecord& event : t.events) {
     for (const ObjectRecord& object : event.objects) {
@@ -457,7 +456,6 @@ TEST(Rules, RegionFlagAfterTheDwellTimeAndOneFenceEventInTheAllowedDirection) {
       if (object.region) {
         EXPECT_TRUE(inside);
         if (flagged < 0) flagged = event.time;
-        ++flagged_events;
       } else {
         EXPECT_LT(flagged, 0) << "the flag stays up while the person stays";
       }
@@ -469,7 +467,6 @@ TEST(Rules, RegionFlagAfterTheDwellTimeAndOneFenceEventInTheAllowedDirection) {
   // Times are when the stand-in received the events; a little slack for delivery.
   EXPECT_GT(flagged - entered, kDwellSeconds - 0.2);
   EXPECT_LT(flagged - entered, kDwellSeconds + 1.0);
-  EXPECT_GT(flagged_events, 25) << "flagged for the rest of the scene";
 }
 
 TEST(Crowd, AnEventNeverCarriesMoreThan15Objects) {
