@@ -1,6 +1,5 @@
 // The process frame: signals, the watchdog heartbeat and the final update, tested on the daemon
-// binary (each test starts its own daemon beside a test system daemon) and, for the signal set-up,
-// in child processes.
+// binary beside a test system daemon and, for the signal set-up, in child processes.
 #include <gtest/gtest.h>
 #include <signal.h>
 
@@ -9,7 +8,6 @@
 #include <functional>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "bin/common_daemon_component.h"
 #include "bin/process_flags.h"
@@ -29,6 +27,7 @@ using testing::Subprocess;
 using testing::SystemPeer;
 using testing::WaitUntil;
 
+// The heartbeats the peer received, one letter each: 'W' alive, 'w' released.
 std::string Heartbeats(const SystemPeer& peer) {
   std::string letters;
   for (const PeerMessage& m : peer.Messages()) {
@@ -39,31 +38,41 @@ std::string Heartbeats(const SystemPeer& peer) {
   return letters;
 }
 
-// Starts the daemon and waits for its first heartbeat, so that its handlers are in place.
-void StartAndWaitForFirstHeartbeat(Subprocess& daemon, const SystemPeer& peer) {
-  ASSERT_TRUE(WaitUntil([&] { return Heartbeats(peer).size() >= 1; }, seconds(10)))
-      << daemon.ReadOut();
-  // The handlers are installed right after the watchdog thread starts.
-  std::this_thread::sleep_for(milliseconds(200));
+bool WaitForHeartbeats(const SystemPeer& peer, size_t count) {
+  return WaitUntil([&] { return Heartbeats(peer).size() >= count; }, seconds(10));
 }
 
-// Runs a daemon component in a child process beside a system daemon peer of its own, calls stop
-// once the first update has gone out, and returns the heartbeats the peer received in all. The
-// peer lives in the child so that the fork is made from a single-threaded process.
+TEST(DaemonStop, EachStopSignalEndsItWithOneFinalHeartbeat) {
+  for (const auto& c : {std::make_pair(SIGTERM, "WW"), std::make_pair(SIGINT, "WW"),
+                        std::make_pair(SIGUSR2, "Ww")}) {
+    SCOPED_TRACE(c.first);
+    SystemPeer peer(kSystemSocketPath);
+    Subprocess daemon({MIRVANE_DAEMON_PATH});
+    ASSERT_TRUE(WaitForHeartbeats(peer, 1)) << daemon.ReadOut();
+    // The handlers are installed right after the watchdog thread starts.
+    std::this_thread::sleep_for(milliseconds(200));
+    daemon.Signal(c.first);
+    ASSERT_TRUE(daemon.Wait(seconds(15)));
+    EXPECT_EQ(daemon.result().exit_code, 0) << daemon.result().out << daemon.result().err;
+    WaitForHeartbeats(peer, 2);
+    EXPECT_EQ(Heartbeats(peer), c.second);
+  }
+}
+
+// Runs a daemon component in a child beside a system daemon peer of its own (so that the fork is
+// made from a single-threaded process), calls stop once the first update has gone out, and
+// returns the heartbeats the peer received in all.
 std::string HeartbeatsOfComponentInChild(const std::function<void()>& stop) {
   ChildResult result = RunInChild([&] {
     std::string heartbeats;
     {
       SystemPeer peer(kSystemSocketPath);
-      if (!peer.listening()) _exit(10);
       {
         CommonDaemonComponent component("mirvane", "restart");
-        // The first update goes out at start whatever the flags say.
-        if (!WaitUntil([&] { return Heartbeats(peer).size() >= 1; }, seconds(5))) _exit(11);
+        if (!WaitForHeartbeats(peer, 1)) _exit(11);
         stop();
       }
-      // The destructor has sent the final update; the peer may still be reading it.
-      WaitUntil([&] { return Heartbeats(peer).size() >= 2; }, seconds(5));
+      WaitForHeartbeats(peer, 2);  // the destructor sent the final update
       heartbeats = Heartbeats(peer);
     }
     std::fputs(heartbeats.c_str(), stdout);
@@ -72,34 +81,20 @@ std::string HeartbeatsOfComponentInChild(const std::function<void()>& stop) {
   return result.out;
 }
 
-// Stops the daemon with the given signals and returns the heartbeats it sent in all.
-std::string StopWith(const std::vector<int>& signals) {
-  SystemPeer peer(kSystemSocketPath);
-  EXPECT_TRUE(peer.listening());
-  Subprocess daemon({MIRVANE_DAEMON_PATH});
-  StartAndWaitForFirstHeartbeat(daemon, peer);
-  for (int signum : signals) daemon.Signal(signum);
-  EXPECT_TRUE(daemon.Wait(seconds(15)));
-  EXPECT_EQ(daemon.result().exit_code, 0) << daemon.result().out << daemon.result().err;
-  return Heartbeats(peer);
-}
-
-TEST(DaemonStop, SigtermSendsOneFinalAliveHeartbeat) { EXPECT_EQ(StopWith({SIGTERM}), "WW"); }
-
-TEST(DaemonStop, SigintSendsOneFinalAliveHeartbeat) { EXPECT_EQ(StopWith({SIGINT}), "WW"); }
-
-TEST(DaemonStop, Sigusr2SendsOneFinalReleaseHeartbeat) { EXPECT_EQ(StopWith({SIGUSR2}), "Ww"); }
-
 TEST(DaemonStop, TheLastSignalDecidesTheFinalHeartbeat) {
-  // raise() runs the handler on the calling thread before it returns, so the order is certain;
-  // signals sent with kill() may be handled concurrently on two threads.
-  for (const auto& order : {std::make_pair(SIGUSR2, SIGTERM), std::make_pair(SIGTERM, SIGUSR2)}) {
-    const std::string heartbeats = HeartbeatsOfComponentInChild([&] {
-      raise(order.first);
-      raise(order.second);
-    });
-    EXPECT_EQ(heartbeats, order.second == SIGTERM ? "WW" : "Ww");
-  }
+  // raise() runs the handler on the calling thread before it returns, so the order is certain.
+  EXPECT_EQ(HeartbeatsOfComponentInChild([] {
+              raise(SIGUSR2);
+              raise(SIGTERM);
+            }),
+            "WW");
+  EXPECT_EQ(HeartbeatsOfComponentInChild([] {
+              raise(SIGTERM);
+              raise(SIGUSR2);
+            }),
+            "Ww");
+  // The pipeline's give-up path only clears g_running; the final update then says alive.
+  EXPECT_EQ(HeartbeatsOfComponentInChild([] { g_running = 0; }), "WW");
 }
 
 TEST(DaemonStop, RunsAndStopsWithoutASystemDaemon) {
@@ -114,10 +109,9 @@ TEST(Watchdog, HeartbeatsAtStartAndEveryFiveSecondsWithNameAndRestartCommand) {
   SystemPeer peer(kSystemSocketPath);
   Subprocess daemon({MIRVANE_DAEMON_PATH});
   const auto start = std::chrono::steady_clock::now();
-  ASSERT_TRUE(WaitUntil([&] { return Heartbeats(peer).size() >= 1; }, seconds(10)));
-  ASSERT_TRUE(WaitUntil([&] { return Heartbeats(peer).size() >= 2; }, seconds(10)));
-  const auto second_after = std::chrono::steady_clock::now() - start;
-  EXPECT_GE(second_after, milliseconds(4500));
+  ASSERT_TRUE(WaitForHeartbeats(peer, 1));
+  ASSERT_TRUE(WaitForHeartbeats(peer, 2));
+  EXPECT_GE(std::chrono::steady_clock::now() - start, milliseconds(4500));
   daemon.Signal(SIGTERM);
   ASSERT_TRUE(daemon.Wait(seconds(15)));
 
@@ -128,18 +122,15 @@ TEST(Watchdog, HeartbeatsAtStartAndEveryFiveSecondsWithNameAndRestartCommand) {
                "/etc/rc.d/init.d/mirvane restart &");
 }
 
-TEST(Watchdog, StopFromInsideEndsTheWaitAtTheDestructor) {
-  // The pipeline's give-up path only clears g_running; the final update then says alive.
-  EXPECT_EQ(HeartbeatsOfComponentInChild([] { g_running = 0; }), "WW");
-}
-
-TEST(SignalSetup, AFailingSigactionIsLoggedAndTheOtherHandlersStay) {
+TEST(SignalSetup, HandlersOnlySetTheFlagsAndAFailingSigactionIsLoggedAndSkipped) {
   ChildResult result = RunInChild([] {
     CommonDaemonComponent component("mirvane", "restart");
+    raise(SIGSEGV);  // a fault signal too only clears the flag and returns
+    if (g_running != 0 || g_disable_watchdog != 0) _exit(10);
     // SIGKILL cannot be caught: that one fails, SIGUSR1 after it must still be installed.
     component.SetupSignalHandler({SIGKILL, SIGUSR1}, OnReleaseSignal);
     raise(SIGUSR1);
-    if (g_running != 0 || g_disable_watchdog != 1) _exit(10);
+    if (g_disable_watchdog != 1) _exit(11);
   });
   EXPECT_EQ(result.exit_code, 0);
   EXPECT_NE(result.out.find("[Mirvane][Err] common_daemon_component.cc:"), std::string::npos)
@@ -148,16 +139,6 @@ TEST(SignalSetup, AFailingSigactionIsLoggedAndTheOtherHandlersStay) {
                             "signum = 9, errno = 22\n"),
             std::string::npos)
       << result.out;
-}
-
-TEST(SignalSetup, HandlersOnlyClearTheRunFlag) {
-  ChildResult result = RunInChild([] {
-    CommonDaemonComponent component("mirvane", "restart");
-    raise(SIGSEGV);  // a fault signal too only clears the flag and returns
-    if (g_running != 0 || g_disable_watchdog != 0) _exit(10);
-  });
-  EXPECT_EQ(result.exit_code, 0);
-  EXPECT_EQ(result.term_signal, 0);
 }
 
 }  // namespace

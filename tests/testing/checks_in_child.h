@@ -16,9 +16,9 @@
 namespace mirvane {
 namespace testing {
 
-// Runs body in a child. Failed EXPECT/ASSERT checks inside it print their messages to the
-// child's standard output (result.out) as they happen, and make the child exit with 1; so does
-// an exception leaving body (which must never unwind into the test runner's copy in the child).
+// Runs body in a child, whose failed checks print their messages to result.out and make it exit
+// with 1; so does an exception leaving body (which must never unwind into the child's copy of
+// the test runner).
 inline ChildResult RunChecksInChild(const std::function<void()>& body) {
   return RunInChild([&body] {
     try {
@@ -38,7 +38,7 @@ inline int CountErrorLogLines(const std::string& out) {
   int count = 0;
   for (size_t at = out.find("[Mirvane][Err]"); at != std::string::npos;
        at = out.find("[Mirvane][Err]", at + 1)) {
-    if (at == 0 || out[at - 1] == '\n') ++count;
+    count += at == 0 || out[at - 1] == '\n';
   }
   return count;
 }

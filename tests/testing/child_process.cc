@@ -8,7 +8,6 @@
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <thread>
@@ -26,40 +25,42 @@ std::string CapturePath(const char* kind) {
          std::to_string(g_capture_counter.fetch_add(1)) + "." + kind;
 }
 
-void RedirectTo(const std::string& path, int target_fd) {
-  int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  if (fd < 0) _exit(126);
-  dup2(fd, target_fd);
-  close(fd);
+// Forks; the child sends its standard output and error to the files and runs body.
+pid_t ForkCaptured(const std::string& out_path, const std::string& err_path,
+                   const std::function<void()>& body) {
+  std::fflush(nullptr);
+  const pid_t pid = fork();
+  if (pid == 0) {
+    for (const auto& target :
+         {std::make_pair(&out_path, STDOUT_FILENO), std::make_pair(&err_path, STDERR_FILENO)}) {
+      const int fd = open(target.first->c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+      if (fd < 0) _exit(126);
+      dup2(fd, target.second);
+      close(fd);
+    }
+    body();
+    std::fflush(nullptr);
+    _exit(0);
+  }
+  return pid;
 }
 
-void FillStatus(int status, ChildResult* result) {
+void Finish(int status, const std::string& out_path, const std::string& err_path,
+            ChildResult* result) {
   if (WIFEXITED(status)) result->exit_code = WEXITSTATUS(status);
   if (WIFSIGNALED(status)) result->term_signal = WTERMSIG(status);
+  result->out = ReadFileOrEmpty(out_path);
+  result->err = ReadFileOrEmpty(err_path);
 }
 
-// The ELF machine code of a program file, or 0 when it is no ELF file.
+// The ELF machine code of a program file (at offset 18 in both classes, in the file's byte
+// order), or 0 when it is no ELF file.
 uint16_t ElfMachine(const std::string& path) {
-  unsigned char header[20] = {};
+  unsigned char h[20] = {};
   std::ifstream in(path, std::ios::binary);
-  if (!in.read(reinterpret_cast<char*>(header), sizeof(header))) return 0;
-  if (header[0] != 0x7f || header[1] != 'E' || header[2] != 'L' || header[3] != 'F') return 0;
-  // e_machine sits at offset 18 in both ELF classes, in the file's byte order (EI_DATA).
-  return header[5] == 2 ? static_cast<uint16_t>(header[18] << 8 | header[19])
-                        : static_cast<uint16_t>(header[19] << 8 | header[18]);
-}
-
-// The command line that starts argv. In a cross build the tests run under a user-mode emulator,
-// which runs this process's code but cannot start another program of the target architecture by
-// itself: such a program is started through the emulator too. Host programs start as they are.
-std::vector<std::string> CommandFor(const std::vector<std::string>& argv) {
-  if (kTargetEmulator.empty() || argv.empty() ||
-      ElfMachine(argv[0]) != ElfMachine("/proc/self/exe")) {
-    return argv;
-  }
-  std::vector<std::string> command(kTargetEmulator.begin(), kTargetEmulator.end());
-  command.insert(command.end(), argv.begin(), argv.end());
-  return command;
+  if (!in.read(reinterpret_cast<char*>(h), sizeof(h)) || h[0] != 0x7f || h[1] != 'E') return 0;
+  return h[5] == 2 ? static_cast<uint16_t>(h[18] << 8 | h[19])
+                   : static_cast<uint16_t>(h[19] << 8 | h[18]);
 }
 
 }  // namespace
@@ -74,34 +75,20 @@ std::string ReadFileOrEmpty(const std::string& path) {
 ChildResult RunInChild(const std::function<void()>& body) {
   const std::string out_path = CapturePath("out");
   const std::string err_path = CapturePath("err");
-  std::fflush(nullptr);
   pid_t pid = -1;
-  auto fork_and_run = [&] {
-    pid = fork();
-    if (pid == 0) {
-      RedirectTo(out_path, STDOUT_FILENO);
-      RedirectTo(err_path, STDERR_FILENO);
-      body();
-      std::fflush(nullptr);
-      _exit(0);
-    }
-  };
   if (kTargetEmulator.empty()) {
-    fork_and_run();
+    // Natively the fork stays on the calling thread, so that a single-threaded test forks a
+    // single-threaded process, as the thread sanitizer requires of a child that starts threads.
+    pid = ForkCaptured(out_path, err_path, body);
   } else {
-    // Under the emulator (qemu 7) a forked child numbers its new threads after the forking one
-    // and fails when that number is still held by a thread of the parent: forking from a fresh
-    // thread, the newest of the process, avoids the clash. (Natively the fork stays on the
-    // calling thread, so that a single-threaded test forks a single-threaded process, as the
-    // thread sanitizer requires of a child that starts threads.)
-    std::thread forker(fork_and_run);
-    forker.join();
+    // Under qemu 7 a forked child numbers its new threads after the forking one and fails when
+    // that number is still held by a thread of the parent: forking from the newest thread avoids
+    // the clash.
+    std::thread([&] { pid = ForkCaptured(out_path, err_path, body); }).join();
   }
   ChildResult result;
   int status = 0;
-  if (pid > 0 && waitpid(pid, &status, 0) == pid) FillStatus(status, &result);
-  result.out = ReadFileOrEmpty(out_path);
-  result.err = ReadFileOrEmpty(err_path);
+  if (pid > 0 && waitpid(pid, &status, 0) == pid) Finish(status, out_path, err_path, &result);
   unlink(out_path.c_str());
   unlink(err_path.c_str());
   return result;
@@ -109,18 +96,20 @@ ChildResult RunInChild(const std::function<void()>& body) {
 
 Subprocess::Subprocess(const std::vector<std::string>& argv)
     : out_path_(CapturePath("out")), err_path_(CapturePath("err")) {
-  const std::vector<std::string> command = CommandFor(argv);
+  // The emulator of a cross build runs this process's code but cannot start another program of
+  // the target architecture by itself: such a program starts through the emulator too.
+  std::vector<std::string> command = argv;
+  if (!kTargetEmulator.empty() && !argv.empty() &&
+      ElfMachine(argv[0]) == ElfMachine("/proc/self/exe")) {
+    command.insert(command.begin(), kTargetEmulator.begin(), kTargetEmulator.end());
+  }
   std::vector<char*> args;
-  for (const std::string& arg : command) args.push_back(const_cast<char*>(arg.c_str()));
+  for (std::string& arg : command) args.push_back(&arg[0]);
   args.push_back(nullptr);
-  std::fflush(nullptr);
-  pid_ = fork();
-  if (pid_ == 0) {
-    RedirectTo(out_path_, STDOUT_FILENO);
-    RedirectTo(err_path_, STDERR_FILENO);
+  pid_ = ForkCaptured(out_path_, err_path_, [&] {
     execv(args[0], args.data());
     _exit(127);
-  }
+  });
 }
 
 Subprocess::~Subprocess() {
@@ -139,23 +128,22 @@ void Subprocess::Signal(int signum) const {
 bool Subprocess::Wait(std::chrono::milliseconds timeout) {
   if (result_.exit_code >= 0 || result_.term_signal != 0) return true;
   int status = 0;
-  const bool ended = WaitUntil([&] { return waitpid(pid_, &status, WNOHANG) == pid_; }, timeout);
-  if (!ended) return false;
-  FillStatus(status, &result_);
-  result_.out = ReadFileOrEmpty(out_path_);
-  result_.err = ReadFileOrEmpty(err_path_);
+  if (!WaitUntil([&] { return waitpid(pid_, &status, WNOHANG) == pid_; }, timeout)) return false;
+  Finish(status, out_path_, err_path_, &result_);
   return true;
 }
 
-std::string Subprocess::ReadOut() const { return ReadFileOrEmpty(out_path_); }
+std::string Subprocess::ReadOut() const {
+  return ReadFileOrEmpty(out_path_);
+}
 
 bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout) {
   const auto deadline = std::chrono::steady_clock::now() + timeout;
-  for (;;) {
-    if (condition()) return true;
+  while (!condition()) {
     if (std::chrono::steady_clock::now() >= deadline) return condition();
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
+  return true;
 }
 
 }  // namespace testing

@@ -14,25 +14,24 @@ namespace mirvane {
 namespace testing {
 
 struct ChildResult {
-  int exit_code = -1;    // exit status when the child exited, else -1
-  int term_signal = 0;   // the signal that ended it, else 0
-  std::string out;       // everything it wrote to standard output
-  std::string err;       // everything it wrote to standard error
+  int exit_code = -1;   // exit status when the child exited, else -1
+  int term_signal = 0;  // the signal that ended it, else 0
+  std::string out;      // its standard output
+  std::string err;      // its standard error
 };
 
 // Forks; the child runs body with its standard output and error captured, then exits with 0
 // (body may exit itself with another code). Returns when the child has ended. Under the thread
-// sanitizer a child that starts threads must be forked from a single-threaded test: keep threads
-// (a SystemPeer, say) inside body then.
+// sanitizer, keep threads a child starts (a SystemPeer, say) inside body.
 ChildResult RunInChild(const std::function<void()>& body);
 
-// A program started in the background with its standard output and error captured into files.
-// In a cross build, a program of the target architecture is started through the emulator (pid()
-// is then the emulator's, which passes signals on).
+// A program started in the background with its output captured. In a cross build a program of
+// the target architecture starts through the emulator (pid() is then the emulator's, which passes
+// signals on). Killed by the destructor if it still runs.
 class Subprocess {
  public:
   explicit Subprocess(const std::vector<std::string>& argv);
-  ~Subprocess();  // kills the process if it still runs
+  ~Subprocess();
   Subprocess(const Subprocess&) = delete;
   Subprocess& operator=(const Subprocess&) = delete;
 

@@ -5,6 +5,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <map>
@@ -17,10 +18,6 @@ namespace testing {
 namespace {
 
 constexpr uint32_t kMaxBody = 1 << 16;
-
-struct Client {
-  std::vector<uint8_t> buffer;
-};
 
 }  // namespace
 
@@ -47,9 +44,7 @@ SystemPeer::~SystemPeer() {
     thread_.join();
   }
   if (listen_fd_ >= 0) close(listen_fd_);
-  for (int fd : wake_pipe_) {
-    if (fd >= 0) close(fd);
-  }
+  for (int fd : wake_pipe_) close(fd);
   unlink(path_.c_str());
 }
 
@@ -60,9 +55,8 @@ std::vector<PeerMessage> SystemPeer::Messages() const {
 
 size_t SystemPeer::Count(uint32_t cmd) const {
   std::lock_guard<std::mutex> lock(mutex_);
-  size_t n = 0;
-  for (const PeerMessage& m : messages_) n += m.cmd == cmd;
-  return n;
+  return std::count_if(messages_.begin(), messages_.end(),
+                       [cmd](const PeerMessage& m) { return m.cmd == cmd; });
 }
 
 void SystemPeer::DropClients() {
@@ -73,7 +67,7 @@ void SystemPeer::DropClients() {
 }
 
 void SystemPeer::Serve() {
-  std::map<int, Client> clients;
+  std::map<int, std::vector<uint8_t>> clients;  // socket, bytes not yet read as a message
   for (;;) {
     std::vector<pollfd> fds = {{wake_pipe_[0], POLLIN, 0}, {listen_fd_, POLLIN, 0}};
     for (const auto& entry : clients) fds.push_back({entry.first, POLLIN, 0});
@@ -101,7 +95,7 @@ void SystemPeer::Serve() {
         clients.erase(fd);
         continue;
       }
-      std::vector<uint8_t>& buffer = clients[fd].buffer;
+      std::vector<uint8_t>& buffer = clients[fd];
       buffer.insert(buffer.end(), chunk, chunk + n);
       while (buffer.size() >= sizeof(cmd_hdr)) {
         cmd_hdr hdr;

@@ -1,0 +1,488 @@
+// Whole-system runs on the host simulation: the system-daemon stand-in starts the daemon on a
+// scene with the ideal network (exact boxes) and prints what it receives as JSON lines, read back
+// here. The test program has a /tmp of its own, so the fixed paths are safe.
+#include <gtest/gtest.h>
+#include <jansson.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <turbojpeg.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <map>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "mirvane_sim.h"
+#include "testing/child_process.h"
+
+namespace mirvane {
+namespace e2e {
+namespace {
+
+using std::chrono::seconds;
+using testing::ReadFileOrEmpty;
+using testing::Subprocess;
+using testing::WaitUntil;
+
+constexpr char kDaemonOutput[] = "/tmp/log/mirvane.out";
+constexpr char kGroundTruth[] = "/tmp/mirvane-sim/ground_truth.csv";
+constexpr char kWholePicture[] = "0.0,0.0,1.0,0.0,1.0,1.0,0.0,1.0";
+constexpr char kMiddleFence[] = "0.5,0.0,0.5,1.0";  // top to bottom: direction 1 is left to right
+
+void WriteText(const std::string& path, const std::string& text) {
+  for (size_t slash = path.find('/', 1); slash != std::string::npos;
+       slash = path.find('/', slash + 1)) {
+    mkdir(path.substr(0, slash).c_str(), 0755);
+  }
+  std::ofstream file(path, std::ios::trunc);
+  file << text;
+  ASSERT_TRUE(file.good()) << path;
+}
+
+void SetSetting(const std::string& key, const std::string& json_value) {
+  json_t* value = json_loads(json_value.c_str(), JSON_DECODE_ANY, nullptr);
+  ASSERT_NE(value, nullptr) << json_value;
+  EXPECT_EQ(mirvane_param_set(key.c_str(), value), 0);
+  json_decref(value);
+}
+
+struct RunSetup {
+  std::string scene = "default";        // a shipped scene's name or a scene as JSON text
+  std::string pace = "fast";            // or "realtime"
+  std::string sim_extra;                // further members of the simulation's settings ("faults")
+  std::vector<std::string> model_args;  // for mirvane-model, e.g. {"--delay-ms", "400"}
+  std::string region = kWholePicture;
+  int dwell_seconds = 1;  // for people and vehicles
+  std::string fence = kMiddleFence;
+  int fence_directions = 3;
+};
+
+// Writes the simulation's settings, the ideal model with the model id file pointing at it, and
+// the rules (detection threshold 35 %, tracking 60 %; region for people and vehicles, fence for
+// people and vehicles).
+void Prepare(const RunSetup& s) {
+  std::string scene = s.scene;
+  if (scene[0] == '{') {
+    scene = "/tmp/mirvane-sim/scene.json";
+    WriteText(scene, s.scene);
+  }
+  WriteText("/tmp/mirvane-sim/sim.json", "{\"video\": {\"scene\": \"" + scene + "\", \"pace\": \"" +
+                                             s.pace + "\", \"ground_truth\": \"" + kGroundTruth +
+                                             "\"}" + (s.sim_extra.empty() ? "" : ", ") +
+                                             s.sim_extra + "}\n");
+  mirvane_sim_reload_settings();
+
+  const char* model = "/tmp/mirvane-sim/ideal_model.bin";
+  std::vector<std::string> argv = {MIRVANE_MODEL_TOOL_PATH, "write", "--ideal"};
+  argv.insert(argv.end(), s.model_args.begin(), s.model_args.end());
+  argv.push_back(model);
+  Subprocess tool(argv);
+  ASSERT_TRUE(tool.Wait(seconds(30)));
+  ASSERT_EQ(tool.result().exit_code, 0) << tool.result().err;
+  WriteText("/tmp/workspace/model/model_id.config",
+            std::string("kModelPath=") + model +
+                "\nkCurrentImgPath=90000000\nkPreImgPath=90000001\nkHm1Path=a0000084\n"
+                "kHm2Path=a0000096\nkHm3Path=a00000a7\nkReg1Path=a000007e\nkReg2Path=a0000094\n"
+                "kReg3Path=a00000a5\nkTracking1Path=a0000081\nkTracking2Path=a0000095\n"
+                "kTracking3Path=a00000a6\n");
+
+  char rules[1024];
+  std::snprintf(rules, sizeof(rules),
+                "{\"Threshold\": {\"Detection\": 35, \"Tracking\": 60},"
+                "\"ObjectDetection\": {\"DetectionRegion\": \"%s\", \"DetectionRegionType\": 0,"
+                " \"MinPeopleTriggerTimeSeconds\": %d, \"MinVehicleTriggerTimeSeconds\": %d,"
+                " \"MinTriggerObjectRatioPermille\": 0, \"ClassIdFilter\": 22},"
+                "\"IntrusionDetection\": {\"FenceLine\": \"%s\", \"FenceIntersectType\": %d,"
+                " \"MinTriggerObjectRatioPermille\": 0, \"ClassIdFilter\": 22}}",
+                s.region.c_str(), s.dwell_seconds, s.dwell_seconds, s.fence.c_str(),
+                s.fence_directions);
+  SetSetting("Custom.Dva", rules);
+}
+
+// The stand-in, started at once; it restarts the daemon max_restarts times and ends after it.
+std::vector<std::string> StandIn(int max_restarts = 0) {
+  WriteText(kDaemonOutput, "");
+  return {MIRVANE_SYSD_PATH, "--json",         "--restart-command",          MIRVANE_DAEMON_COMMAND,
+          "--start",         "--max-restarts", std::to_string(max_restarts), "--daemon-output",
+          kDaemonOutput};
+}
+
+struct ObjectRecord {
+  std::string class_name;
+  int tracking_id = 0;
+  int snapshot_id = 0;
+  bool region = false;
+  int fence = 0;  // the direction bits the stand-in decoded
+  double box[4] = {0, 0, 0, 0};
+};
+
+struct EventRecord {
+  double time = 0;  // when the stand-in received it (wall clock, seconds)
+  uint64_t timestamp = 0;
+  int count = 0;
+  std::vector<ObjectRecord> objects;
+};
+
+struct NoteRecord {
+  std::string text;
+  size_t events_before = 0;
+};
+
+struct Transcript {
+  std::vector<EventRecord> events;
+  std::vector<NoteRecord> notes;
+
+  int CountNotes(const std::string& text) const {
+    return static_cast<int>(std::count_if(notes.begin(), notes.end(), [&](const NoteRecord& n) {
+      return n.text.find(text) != std::string::npos;
+    }));
+  }
+  const NoteRecord* FindNote(const std::string& text) const {
+    for (const NoteRecord& note : notes) {
+      if (note.text.find(text) != std::string::npos) return &note;
+    }
+    return nullptr;
+  }
+};
+
+int Int(json_t* object, const char* key) {
+  return static_cast<int>(json_integer_value(json_object_get(object, key)));
+}
+
+Transcript Read(const Subprocess& stand_in) {
+  Transcript transcript;
+  std::istringstream lines(stand_in.ReadOut());
+  std::string line;
+  while (std::getline(lines, line)) {
+    json_t* record = json_loads(line.c_str(), 0, nullptr);
+    if (record == nullptr) continue;  // a line still being written
+    const std::string kind = json_string_value(json_object_get(record, "kind"));
+    if (kind == "event") {
+      EventRecord event;
+      event.time = json_number_value(json_object_get(record, "time"));
+      event.timestamp =
+          static_cast<uint64_t>(json_integer_value(json_object_get(record, "timestamp")));
+      event.count = Int(record, "count");
+      json_t* objects = json_object_get(record, "objects");
+      for (size_t i = 0; i < json_array_size(objects); ++i) {
+        json_t* item = json_array_get(objects, i);
+        ObjectRecord o;
+        o.class_name = json_string_value(json_object_get(item, "class"));
+        o.tracking_id = Int(item, "tracking_id");
+        o.snapshot_id = Int(item, "snapshot_id");
+        o.region = json_is_true(json_object_get(item, "region"));
+        o.fence = Int(item, "fence");
+        for (size_t k = 0; k < 4; ++k) {
+          o.box[k] = json_number_value(json_array_get(json_object_get(item, "box"), k));
+        }
+        event.objects.push_back(o);
+      }
+      transcript.events.push_back(std::move(event));
+    } else if (kind == "note") {
+      transcript.notes.push_back(
+          {json_string_value(json_object_get(record, "note")), transcript.events.size()});
+    }
+    json_decref(record);
+  }
+  return transcript;
+}
+
+bool WaitForEvents(const Subprocess& stand_in, size_t count) {
+  return WaitUntil([&] { return Read(stand_in).events.size() >= count; }, seconds(30));
+}
+
+// Runs the stand-in until it ends by itself, after the daemon's last run.
+Transcript RunToEnd(int max_restarts = 0) {
+  Subprocess stand_in(StandIn(max_restarts));
+  // Under a cross build's emulator the daemon runs about ten times slower.
+  EXPECT_TRUE(stand_in.Wait(seconds(600))) << ReadFileOrEmpty(kDaemonOutput);
+  EXPECT_EQ(stand_in.result().exit_code, 0) << stand_in.result().err;
+  return Read(stand_in);
+}
+
+// The daemon's log lines that contain text.
+std::vector<std::string> LogLines(const std::string& text) {
+  std::vector<std::string> found;
+  std::istringstream lines(ReadFileOrEmpty(kDaemonOutput));
+  std::string line;
+  while (std::getline(lines, line)) {
+    if (line.find(text) != std::string::npos) found.push_back(line);
+  }
+  return found;
+}
+
+std::vector<int> RetryCounts() {
+  std::vector<int> counts;
+  for (const std::string& line : LogLines("Cannot read more frame, has retry ")) {
+    counts.push_back(std::stoi(line.substr(line.find("has retry ") + 10)));
+  }
+  return counts;
+}
+
+std::set<int> TrackingIds(std::vector<EventRecord>::const_iterator begin,
+                          std::vector<EventRecord>::const_iterator end) {
+  std::set<int> ids;
+  for (auto event = begin; event != end; ++event) {
+    for (const ObjectRecord& object : event->objects) ids.insert(object.tracking_id);
+  }
+  return ids;
+}
+
+constexpr char kStandingPerson[] = R"({"name": "standing", "duration": 30, "objects": [
+  {"id": 1, "class": "person", "keys": [[0, 0.45, 0.3, 0.52, 0.7], [30, 0.45, 0.3, 0.52, 0.7]]}]})";
+
+TEST(Daemon, ReloadsWithIdsFromZeroAndAStopSignalEndsItAfterThePassInProgress) {
+  RunSetup setup;
+  setup.scene = kStandingPerson;
+  setup.model_args = {"--delay-ms", "400"};  // so that the stop signal lands inside a pass
+  Prepare(setup);
+  Subprocess stand_in(StandIn());
+  ASSERT_TRUE(WaitForEvents(stand_in, 3)) << ReadFileOrEmpty(kDaemonOutput);
+  EXPECT_EQ(LogLines("Reload config").size(), 1u);
+
+  SetSetting("Custom.Dva.Threshold.Detection", "40");
+  ASSERT_TRUE(WaitUntil([] { return LogLines("Reload config").size() == 2; }, seconds(10)));
+  const size_t before = Read(stand_in).events.size();
+  ASSERT_TRUE(WaitForEvents(stand_in, before + 3));
+  stand_in.Signal(SIGTERM);
+  ASSERT_TRUE(stand_in.Wait(seconds(15)));
+
+  const Transcript t = Read(stand_in);
+  EXPECT_EQ(TrackingIds(t.events.begin(), t.events.begin() + before), std::set<int>{0});
+  EXPECT_EQ(TrackingIds(t.events.begin() + before, t.events.end()), std::set<int>{0})
+      << "the new tracker counts from 0 again";
+  const NoteRecord* stop = t.FindNote("stopping the daemon");
+  ASSERT_NE(stop, nullptr);
+  EXPECT_EQ(t.events.size(), stop->events_before + 1) << "the frame in progress is reported";
+  EXPECT_EQ(t.CountNotes("daemon exited with code 0"), 1);
+  EXPECT_TRUE(RetryCounts().empty());
+  EXPECT_EQ(LogLines("Reload config").size(), 2u);
+}
+
+// Ground truth of the simulated video: per frame timestamp, the objects shown (pixel boxes).
+struct TruthBox {
+  int object_id = 0;
+  double x0 = 0, y0 = 0, x1 = 0, y1 = 0;
+};
+struct GroundTruth {
+  std::map<std::string, long long> header;  // "width", "height", "frames"
+  std::map<uint64_t, std::vector<TruthBox>> frames;
+};
+
+GroundTruth ReadGroundTruth() {
+  GroundTruth truth;
+  std::istringstream lines(ReadFileOrEmpty(kGroundTruth));
+  std::string line;
+  while (std::getline(lines, line)) {
+    if (line[0] == '#') {
+      for (const std::string key : {"width", "height", "frames"}) {
+        const size_t at = line.find(key + "=");
+        if (at != std::string::npos)
+          truth.header[key] = std::stoll(line.substr(at + key.size() + 1));
+      }
+      continue;
+    }
+    unsigned long long count = 0, timestamp = 0, frame = 0;
+    int class_id = 0;
+    TruthBox box;
+    if (std::sscanf(line.c_str(), "%llu,%llu,%llu,%d,%d,%lf,%lf,%lf,%lf", &count, &timestamp,
+                    &frame, &box.object_id, &class_id, &box.x0, &box.y0, &box.x1, &box.y1) == 9) {
+      truth.frames[timestamp].push_back(box);
+    }
+  }
+  return truth;
+}
+
+// Intersection over union of a normalised event box and a pixel box.
+double Overlap(const ObjectRecord& object, const TruthBox& truth, long long width,
+               long long height) {
+  const double x0 = object.box[0] * width, y0 = object.box[1] * height;
+  const double x1 = object.box[2] * width, y1 = object.box[3] * height;
+  const double iw = std::min(x1, truth.x1) - std::max(x0, truth.x0);
+  const double ih = std::min(y1, truth.y1) - std::max(y0, truth.y0);
+  if (iw <= 0 || ih <= 0) return 0;
+  const double inter = iw * ih;
+  return inter / ((x1 - x0) * (y1 - y0) + (truth.x1 - truth.x0) * (truth.y1 - truth.y0) - inter);
+}
+
+// An object is in plain view when no other object of the frame overlaps it: while two overlap,
+// the network may see one box for both, which shows neither of them.
+bool InPlainView(const TruthBox& box, const std::vector<TruthBox>& frame) {
+  for (const TruthBox& o : frame) {
+    if (o.object_id != box.object_id && box.x0 < o.x1 && o.x0 < box.x1 && box.y0 < o.y1 &&
+        o.y0 < box.y1) {
+      return false;
+    }
+  }
+  return true;
+}
+
+struct Match {
+  std::set<int> tracking_ids;
+  int frames = 0;
+};
+
+// For each ground-truth object, the tracking ids of the event objects that show it (overlap of
+// at least 0.5) while it is in plain view.
+std::map<int, Match> MatchTracks(const std::vector<EventRecord>& events, const GroundTruth& truth) {
+  std::map<int, Match> matches;
+  for (const EventRecord& event : events) {
+    const auto frame = truth.frames.find(event.timestamp);
+    if (frame == truth.frames.end()) continue;
+    for (const ObjectRecord& object : event.objects) {
+      const TruthBox* best = nullptr;
+      double best_overlap = 0.5;
+      for (const TruthBox& box : frame->second) {
+        const double overlap =
+            Overlap(object, box, truth.header.at("width"), truth.header.at("height"));
+        if (InPlainView(box, frame->second) && overlap >= best_overlap) {
+          best = &box;
+          best_overlap = overlap;
+        }
+      }
+      if (best == nullptr) continue;
+      Match& match = matches[best->object_id];
+      match.tracking_ids.insert(object.tracking_id);
+      ++match.frames;
+    }
+  }
+  return matches;
+}
+
+// The size of a JPEG file's picture once decoded whole; 0 x 0 when it does not decode.
+std::pair<int, int> JpegFileSize(const std::string& path) {
+  const std::string bytes = ReadFileOrEmpty(path);
+  auto* data = reinterpret_cast<const unsigned char*>(bytes.data());
+  tjhandle handle = tjInitDecompress();
+  int width = 0, height = 0, subsampling = 0, colourspace = 0;
+  std::pair<int, int> size(0, 0);
+  if (!bytes.empty() && tjDecompressHeader3(handle, data, bytes.size(), &width, &height,
+                                            &subsampling, &colourspace) == 0) {
+    std::vector<unsigned char> pixels(static_cast<size_t>(width) * height);
+    if (tjDecompress2(handle, data, bytes.size(), pixels.data(), width, 0, height, TJPF_GRAY, 0) ==
+        0) {
+      size = {width, height};
+    }
+  }
+  tjDestroy(handle);
+  return size;
+}
+
+// The default scene, played twice: the scene's end makes every read fail, the fifth failure in a
+// row stops the daemon, and the stand-in restarts it once. Failed reads injected at the start (4,
+// one good frame, 4) must not stop it. The scene's two people who walk through each other
+// (objects 4 and 5) keep their ids on both sides of the crossing.
+TEST(DefaultScene, IdsStayStableSnapshotsAreReadableAndFiveFailedReadsEndEachRun) {
+  RunSetup setup;
+  setup.sim_extra = R"("faults": [
+    {"call": "hd_videoproc_pull_out_buf", "code": -10, "nth": 1, "count": 4},
+    {"call": "hd_videoproc_pull_out_buf", "code": -10, "nth": 6, "count": 4}])";
+  Prepare(setup);
+  const Transcript t = RunToEnd(1);
+
+  const GroundTruth truth = ReadGroundTruth();
+  ASSERT_EQ(truth.header, (std::map<std::string, long long>{
+                              {"frames", 1000}, {"height", 1080}, {"width", 1920}}));
+  const size_t frames = 1000;
+  EXPECT_EQ(t.CountNotes("starting: "), 2);
+  EXPECT_EQ(t.CountNotes("daemon exited with code 0"), 2);
+  const std::vector<int> one_run = {0, 1, 2, 3, 0, 1, 2, 3, 0, 1, 2, 3, 4};
+  std::vector<int> two_runs = one_run;
+  two_runs.insert(two_runs.end(), one_run.begin(), one_run.end());
+  EXPECT_EQ(RetryCounts(), two_runs);
+  EXPECT_EQ(LogLines("Got max error count, restart daemon").size(), 2u);
+  const NoteRecord* restart = t.FindNote("daemon exited with code 0");
+  ASSERT_NE(restart, nullptr);
+  ASSERT_EQ(restart->events_before, frames) << "one event per frame";
+  ASSERT_EQ(t.events.size(), 2 * frames);
+  EXPECT_EQ(t.events[frames].timestamp, t.events[0].timestamp);
+
+  const std::vector<EventRecord> first(t.events.begin(), t.events.begin() + frames);
+  const std::map<int, Match> matches = MatchTracks(first, truth);
+  EXPECT_EQ(matches.size(), 9u) << "every object of the scene is seen";
+  std::set<int> ids;
+  for (const auto& m : matches) {
+    EXPECT_EQ(m.second.tracking_ids.size(), 1u) << "object " << m.first;
+    EXPECT_GT(m.second.frames, 50) << "object " << m.first;
+    ids.insert(m.second.tracking_ids.begin(), m.second.tracking_ids.end());
+  }
+  EXPECT_EQ(ids.size(), matches.size()) << "no two objects share a tracking id";
+
+  std::set<int> snapshot_ids;
+  for (const EventRecord& event : t.events) {
+    for (const ObjectRecord& object : event.objects) snapshot_ids.insert(object.snapshot_id);
+  }
+  EXPECT_EQ(snapshot_ids.count(0), 0u) << "every object has a snapshot";
+  EXPECT_GE(snapshot_ids.size(), 9u);
+  for (int id : snapshot_ids) {
+    EXPECT_EQ(JpegFileSize("/tmp/zarn_ai_snapshot_" + std::to_string(id)), std::make_pair(160, 90))
+        << "snapshot " << id;
+  }
+}
+
+// A person walks left to right across the middle fence into the right half within the first
+// second and stands there; a car crosses the fence right to left below them.
+constexpr char kPersonAndCar[] = R"({"name": "rules", "duration": 6, "objects": [
+  {"id": 1, "class": "person",
+   "keys": [[0, 0.20, 0.3, 0.26, 0.7], [1, 0.62, 0.3, 0.68, 0.7], [6, 0.62, 0.3, 0.68, 0.7]]},
+  {"id": 2, "class": "vehicle", "keys": [[1, 0.75, 0.75, 0.95, 0.95], [4, 0.05, 0.75, 0.25, 0.95]]}]})";
+
+TEST(Rules, RegionFlagAfterTheDwellTimeAndOneFenceEventInTheAllowedDirection) {
+  constexpr double kDwellSeconds = 2;
+  RunSetup setup;
+  setup.scene = kPersonAndCar;
+  setup.pace = "realtime";  // the dwell time runs on the daemon's clock
+  setup.region = "0.5,0.0,1.0,0.0,1.0,1.0,0.5,1.0";
+  setup.dwell_seconds = static_cast<int>(kDwellSeconds);
+  setup.fence_directions = 1;
+  Prepare(setup);
+  const Transcript t = RunToEnd();
+
+  double entered = -1, flagged = -1;
+  std::vector<std::string> fence_events;
+  for (const EventRecord& event : t.events) {
+    for (const ObjectRecord& object : event.objects) {
+      if (object.fence != 0)
+        fence_events.push_back(object.class_name + std::to_string(object.fence));
+      if (object.class_name != "person") continue;
+      // The region test point of a person: the middle of the box, nine tenths down.
+      const bool inside = (object.box[0] + object.box[2]) * 0.5 > 0.5;
+      if (entered < 0 && inside) entered = event.time;
+      if (object.region) {
+        EXPECT_TRUE(inside);
+        if (flagged < 0) flagged = event.time;
+      } else {
+        EXPECT_LT(flagged, 0) << "the flag stays up while the person stays";
+      }
+    }
+  }
+  EXPECT_EQ(fence_events, std::vector<std::string>{"person1"});
+  ASSERT_GE(entered, 0);
+  ASSERT_GE(flagged, 0);
+  // Times are when the stand-in received the events; a little slack for delivery.
+  EXPECT_GT(flagged - entered, kDwellSeconds - 0.2);
+  EXPECT_LT(flagged - entered, kDwellSeconds + 1.0);
+}
+
+TEST(Crowd, AnEventNeverCarriesMoreThan15Objects) {
+  RunSetup setup;
+  setup.scene = "crowd";
+  Prepare(setup);
+  const Transcript t = RunToEnd();
+  ASSERT_FALSE(t.events.empty());
+  size_t most = 0;
+  for (const EventRecord& event : t.events) {
+    EXPECT_EQ(event.count, static_cast<int>(event.objects.size()));
+    most = std::max(most, event.objects.size());
+  }
+  EXPECT_EQ(most, 15u) << "the crowd fills events up to the limit and no further";
+}
+
+}  // namespace
+}  // namespace e2e
+}  // namespace mirvane
