@@ -4,8 +4,11 @@
 // device memory, rectangles inside both pictures, and even destination offsets for 4:2:0. A source
 // rectangle at an odd offset is taken from the chroma sample pair that holds it (or refused, with
 // the setting gfx.odd_source_offsets = "reject").
+#include <libyuv/rotate.h>
 #include <libyuv/scale.h>
 #include <libyuv/scale_uv.h>
+
+#include <vector>
 
 #include "device_memory.h"
 #include "fault_injector.h"
@@ -64,6 +67,21 @@ void ChromaSpan(long start, long size, int* c_start, int* c_size) {
   *c_size = static_cast<int>((start + size + 1) / 2 - start / 2);
 }
 
+// Bilinear luma scaling with the same bytes on every host architecture. libyuv's horizontal filter
+// rounds differently on ARM and on x86 (each build matches its own vector code); its vertical
+// filter does not. So both passes are vertical: the rows are scaled, the plane is transposed, the
+// former columns are scaled as rows, and the result is transposed back.
+void ScaleLumaBilinear(const uint8_t* src, int src_stride, int sw, int sh, uint8_t* dst,
+                       int dst_stride, int dw, int dh) {
+  std::vector<uint8_t> rows(static_cast<size_t>(sw) * dh);  // sw wide, dh high
+  libyuv::ScalePlane(src, src_stride, sw, sh, rows.data(), sw, sw, dh, libyuv::kFilterBilinear);
+  std::vector<uint8_t> turned(rows.size());  // dh wide, sw high
+  libyuv::TransposePlane(rows.data(), sw, turned.data(), dh, sw, dh);
+  std::vector<uint8_t> scaled(static_cast<size_t>(dh) * dw);  // dh wide, dw high
+  libyuv::ScalePlane(turned.data(), dh, dh, sw, scaled.data(), dh, dh, dw, libyuv::kFilterBilinear);
+  libyuv::TransposePlane(scaled.data(), dh, dst, dst_stride, dh, dw);
+}
+
 libyuv::FilterMode Filter(HD_GFX_SCALE_QUALITY quality) {
   switch (quality) {
     case HD_GFX_SCALE_QUALITY_NEAREST:
@@ -104,9 +122,15 @@ extern "C" HD_RESULT hd_gfx_scale(HD_GFX_SCALE* p_param) {
     return HD_ERR_PARAM;
   }
   const libyuv::FilterMode filter = Filter(p.quality);
-  libyuv::ScalePlane(src.y + sr.y * src.y_stride + sr.x, src.y_stride, static_cast<int>(sr.w),
-                     static_cast<int>(sr.h), dst.y + dr.y * dst.y_stride + dr.x, dst.y_stride,
-                     static_cast<int>(dr.w), static_cast<int>(dr.h), filter);
+  const uint8_t* src_y = src.y + sr.y * src.y_stride + sr.x;
+  uint8_t* dst_y = dst.y + dr.y * dst.y_stride + dr.x;
+  if (filter == libyuv::kFilterBilinear) {
+    ScaleLumaBilinear(src_y, src.y_stride, static_cast<int>(sr.w), static_cast<int>(sr.h), dst_y,
+                      dst.y_stride, static_cast<int>(dr.w), static_cast<int>(dr.h));
+  } else {
+    libyuv::ScalePlane(src_y, src.y_stride, static_cast<int>(sr.w), static_cast<int>(sr.h), dst_y,
+                       dst.y_stride, static_cast<int>(dr.w), static_cast<int>(dr.h), filter);
+  }
   if (!nv12) return HD_OK;
   int sx, sw, sy, sh, dx, dw, dy, dh;
   ChromaSpan(sr.x, sr.w, &sx, &sw);
