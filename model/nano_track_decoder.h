@@ -40,6 +40,8 @@ constexpr int kTrackingChannels = 2;
 // the threshold is changed only on the thread that decodes, between frames.
 struct NanoTrackDecoderParams {
   explicit NanoTrackDecoderParams(const float& threshold) : detection_threshold(threshold) {}
+  // A temporary threshold would dangle at once.
+  explicit NanoTrackDecoderParams(const float&& threshold) = delete;
 
   // Nominal class and scale counts; decoding takes the class count from the first heatmap and
   // always walks the three scales.
