@@ -174,7 +174,8 @@ VENDOR_AI_BUF SquareFrame(HdModule& module) {
   return frame;
 }
 
-// Whether bytes decode as a JPEG picture; its size and grey pixels when they do.
+// Whether bytes decode as a 4:2:0 JPEG picture (what the encoder makes); its size and grey pixels
+// when they do.
 bool DecodeJpeg(const std::string& bytes, int* width = nullptr, int* height = nullptr,
                 std::vector<uint8_t>* grey = nullptr) {
   tjhandle handle = tjInitDecompress();
@@ -182,7 +183,8 @@ bool DecodeJpeg(const std::string& bytes, int* width = nullptr, int* height = nu
   int w = 0, h = 0, subsampling = 0, colourspace = 0;
   std::vector<uint8_t> pixels;
   bool ok =
-      tjDecompressHeader3(handle, data, bytes.size(), &w, &h, &subsampling, &colourspace) == 0;
+      tjDecompressHeader3(handle, data, bytes.size(), &w, &h, &subsampling, &colourspace) == 0 &&
+      subsampling == TJSAMP_420;
   if (ok) {
     pixels.resize(static_cast<size_t>(w) * h);
     ok = tjDecompress2(handle, data, bytes.size(), pixels.data(), w, 0, h, TJPF_GRAY, 0) == 0;
