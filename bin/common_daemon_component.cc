@@ -6,6 +6,7 @@
 #include <chrono>
 #include <mutex>
 
+#include "bin/liveness.h"
 #include "bin/process_flags.h"
 #include "common/log.h"
 #include "sysapi.h"
@@ -39,12 +40,23 @@ void RunWatchdog(const std::string& name, const std::string& restart_command,
                  std::condition_variable& wake_up) {
   std::mutex mutex;
   std::unique_lock<std::mutex> lock(mutex);
+  bool withheld = false;
   for (;;) {
     if (g_running.load() == 0) {
       UpdateWatchdog(name, restart_command);
       return;
     }
-    UpdateWatchdog(name, restart_command);
+    // A stuck pipeline gets no "alive": the system daemon's heartbeat time-out restarts it.
+    const int64_t stalled_ns = NsSinceProgress(MonotonicNowNs());
+    if (PipelineAlive(stalled_ns)) {
+      if (withheld) MIRVANE_LOG(kLogInfo, "Pipeline progresses again, heartbeats resume\n");
+      withheld = false;
+      UpdateWatchdog(name, restart_command);
+    } else if (!withheld) {
+      withheld = true;
+      MIRVANE_LOG(kLogErr, "Pipeline made no progress for %lld s, heartbeats withheld\n",
+                  static_cast<long long>(stalled_ns / 1000000000LL));
+    }
     const auto deadline =
         std::chrono::system_clock::now() + std::chrono::nanoseconds(kWatchdogPeriodNs);
     while (g_running.load() != 0) {

@@ -28,7 +28,9 @@ void OnStopSignal(int signum);
 void OnReleaseSignal(int signum);
 
 // Body of the watchdog thread: one update at start, then one every 5 s while g_running is set,
-// then one final update whose alive flag is g_disable_watchdog != 1.
+// then one final update whose alive flag is g_disable_watchdog != 1. An update falls due while the
+// pipeline makes progress (bin/liveness.h); while it does not, the updates are withheld (logged
+// once when they stop and once when they resume), but the final update is always sent.
 void RunWatchdog(const std::string& name, const std::string& restart_command,
                  std::condition_variable& wake_up);
 

@@ -1,7 +1,9 @@
 #include "bin/pgo_access.h"
 
+#include <cinttypes>
 #include <string>
 
+#include "common/log.h"
 #include "pgo.h"
 
 namespace mirvane {
@@ -27,9 +29,20 @@ json_t* GetPgoJson(const char* key) {
 
 int GetPgoInt(const char* key) {
   json_t* value = GetPgoJson(key);
-  const int result = static_cast<int>(json_integer_value(value));
+  const int result = IntSettingInRange(key, value) ? Int32Value(value) : 0;
   json_decref(value);
   return result;
+}
+
+bool IntSettingInRange(const char* key, const json_t* value, json_int_t min, json_int_t max) {
+  if (!json_is_integer(value)) return true;
+  const json_int_t number = json_integer_value(value);
+  if (number >= min && number <= max) return true;
+  MIRVANE_LOG(kLogErr,
+              "Setting [%s] value %" JSON_INTEGER_FORMAT " out of range [%" JSON_INTEGER_FORMAT
+              ", %" JSON_INTEGER_FORMAT "], ignored\n",
+              key != nullptr ? key : "", number, min, max);
+  return false;
 }
 
 }  // namespace mirvane

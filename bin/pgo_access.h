@@ -5,6 +5,9 @@
 
 #include <jansson.h>
 
+#include <cstdint>
+#include <limits>
+
 namespace mirvane {
 
 // The value stored under key, as a new reference owned by the caller, or null when the store has
@@ -12,8 +15,22 @@ namespace mirvane {
 // whole and resolved by the store.
 json_t* GetPgoJson(const char* key);
 
-// The integer stored under key; 0 when the key is absent or its value is not an integer.
+// The integer stored under key; 0 when the key is absent, its value is not an integer, or it does
+// not fit an int (logged, naming the key).
 int GetPgoInt(const char* key);
+
+// Whether a settings value that is a JSON integer lies within [min, max], the range of the field
+// it is read into. A value outside is logged at the error level with key and the whole value, so
+// that the caller treats it as invalid instead of cutting it to the field's width; anything that
+// is not an integer passes (its readers take it as 0).
+bool IntSettingInRange(const char* key, const json_t* value,
+                       json_int_t min = std::numeric_limits<int32_t>::min(),
+                       json_int_t max = std::numeric_limits<int32_t>::max());
+
+// json_integer_value of a value that IntSettingInRange admitted for an int32_t field.
+inline int32_t Int32Value(const json_t* value) {
+  return static_cast<int32_t>(json_integer_value(value));
+}
 
 // A source of stored JSON values with the contract of GetPgoJson; lets the settings readers run
 // on another source (tests use one).

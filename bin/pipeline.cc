@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "bin/daemon_threads.h"
+#include "bin/liveness.h"
 #include "bin/obj_detect_tracker.h"
 #include "bin/process_flags.h"
 #include "bin/result_stage.h"
@@ -76,6 +77,7 @@ void RunModelPipeline() {
           break;
         }
         SleepFully(kRetryPauseNs);
+        MarkPipelineProgress();
         continue;
       }
 
@@ -91,6 +93,7 @@ void RunModelPipeline() {
         MIRVANE_LOG(kLogDebug, "Already read %d frames\n", frames);
       }
       retries = 0;
+      MarkPipelineProgress();
     }
     // Teardown: the image first, then (by reverse declaration) results, tracker, model, arena.
     image.reset();

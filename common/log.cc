@@ -2,9 +2,13 @@
 
 #include <sys/stat.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <mutex>
 #include <string>
 
 #include "debugLog.h"
@@ -14,6 +18,13 @@ namespace {
 
 const char* const kLevelNames[] = {"Debug", "Info", "Err"};
 
+// A flood of one line (a fault that repeats every frame) must not fill the RAM disk.
+constexpr unsigned kRepeatBurst = 3;
+constexpr int64_t kRepeatWindowNs = 1000000000;  // per second
+constexpr size_t kRepeatSlots = 16;
+constexpr long kDebugLogLimitBytes = 1L << 20;  // and as much again in the previous file
+constexpr unsigned kSizeCheckPeriod = 16;
+
 bool DebugSwitchPresent() {
   struct stat st;
   return stat(kDebugSwitchPath, &st) == 0;
@@ -22,6 +33,94 @@ bool DebugSwitchPresent() {
 const char* BaseName(const char* path) {
   const char* slash = std::strrchr(path, '/');
   return slash != nullptr ? slash + 1 : path;
+}
+
+// Identical lines (same call site, same text) within one window: the first kRepeatBurst are
+// written, the rest dropped and counted.
+struct RepeatEntry {
+  uint64_t key = 0;
+  int64_t window_start_ns = 0;
+  int64_t last_use_ns = 0;
+  unsigned written = 0;
+  unsigned dropped = 0;
+};
+
+class RepeatFilter {
+ public:
+  // Whether the line with this key is written now; *dropped gets the number of identical lines
+  // dropped since the last one written (to be told in this one).
+  bool Admit(uint64_t key, unsigned* dropped) {
+    const int64_t now = std::chrono::duration_cast<std::chrono::nanoseconds>(
+                            std::chrono::steady_clock::now().time_since_epoch())
+                            .count();
+    std::lock_guard<std::mutex> lock(mutex_);
+    RepeatEntry* entry = Find(key, now);
+    entry->last_use_ns = now;
+    if (now - entry->window_start_ns >= kRepeatWindowNs) {
+      entry->window_start_ns = now;
+      entry->written = 0;
+    }
+    if (entry->written >= kRepeatBurst) {
+      ++entry->dropped;
+      return false;
+    }
+    ++entry->written;
+    *dropped = entry->dropped + orphaned_;
+    entry->dropped = 0;
+    orphaned_ = 0;
+    return true;
+  }
+
+ private:
+  RepeatEntry* Find(uint64_t key, int64_t now) {
+    RepeatEntry* oldest = &entries_[0];
+    for (RepeatEntry& entry : entries_) {
+      if (entry.key == key && entry.last_use_ns != 0) return &entry;
+      if (entry.last_use_ns < oldest->last_use_ns) oldest = &entry;
+    }
+    // The least recently seen line makes room; its uncounted drops go with the next line.
+    orphaned_ += oldest->dropped;
+    *oldest = RepeatEntry();
+    oldest->key = key;
+    oldest->window_start_ns = now;
+    return oldest;
+  }
+
+  std::mutex mutex_;
+  RepeatEntry entries_[kRepeatSlots];
+  unsigned orphaned_ = 0;
+};
+
+uint64_t LineKey(const char* file, int line, const char* text) {
+  // FNV-1a over the call site and the formatted text.
+  uint64_t hash = 1469598103934665603ull;
+  auto mix = [&hash](const void* data, size_t size) {
+    const unsigned char* p = static_cast<const unsigned char*>(data);
+    for (size_t i = 0; i < size; ++i) hash = (hash ^ p[i]) * 1099511628211ull;
+  };
+  mix(&file, sizeof(file));
+  mix(&line, sizeof(line));
+  mix(text, std::strlen(text));
+  return hash;
+}
+
+// Keeps the debug log on the RAM disk bounded: every kSizeCheckPeriod lines, a file that has
+// reached kDebugLogLimitBytes becomes the previous file and a new one starts.
+void BoundDebugLog() {
+  static std::atomic<unsigned> lines{0};
+  if (lines.fetch_add(1) % kSizeCheckPeriod != 0) return;
+  static std::mutex mutex;
+  std::lock_guard<std::mutex> lock(mutex);
+  RotateLogFileToPrevious(LOG_TYPE_DEBUG, kDebugLogLimitBytes);
+}
+
+// The message without its final line feed, with the count of dropped repeats, and the line feed.
+std::string WithDropCount(const char* message, unsigned dropped) {
+  std::string text = message;
+  const bool newline = !text.empty() && text.back() == '\n';
+  if (newline) text.pop_back();
+  return text + " [" + std::to_string(dropped) + " identical lines dropped]" +
+         (newline ? "\n" : "");
 }
 
 }  // namespace
@@ -47,10 +146,25 @@ void LogPrint(unsigned level, const char* file, int line, const char* function, 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
   std::vsnprintf(message, sizeof(message), prefixed.c_str(), args);
-  WriteLog(LOG_TYPE_DEBUG, base, line, function, "System", -1, "%s", message);
-
+  static RepeatFilter repeats;
+  unsigned dropped = 0;
+  if (!repeats.Admit(LineKey(file, line, message), &dropped)) {
+    va_end(again);
+    va_end(args);
+    return;
+  }
+  BoundDebugLog();
   std::printf("[Mirvane][%s] %s:%d:%s: ", name, base, line, function);
-  std::vprintf(format, again);
+  if (dropped == 0) {
+    WriteLog(LOG_TYPE_DEBUG, base, line, function, "System", -1, "%s", message);
+    std::vprintf(format, again);
+  } else {
+    WriteLog(LOG_TYPE_DEBUG, base, line, function, "System", -1, "%s",
+             WithDropCount(message, dropped).c_str());
+    char whole[4096];
+    std::vsnprintf(whole, sizeof(whole), format, again);
+    std::fputs(WithDropCount(whole, dropped).c_str(), stdout);
+  }
 #pragma GCC diagnostic pop
   va_end(again);
   va_end(args);

@@ -5,7 +5,8 @@
 // test), 1 "Info", 2 "Err". Call sites test IsLogLevelEnabled() before formatting anything; the
 // MIRVANE_LOG macro does that and passes the call site's file, line and function.
 //
-// Threads: any thread may call both functions; neither holds a lock or keeps state between calls.
+// Threads: any thread may call both functions. LogPrint keeps the repeat counts of recent lines
+// and the rotation check under short internal locks.
 #ifndef MIRVANE_COMMON_LOG_H
 #define MIRVANE_COMMON_LOG_H
 
@@ -27,16 +28,20 @@ bool IsLogLevelEnabled(unsigned level);
 // Writes one line: to the debug log as "[Mirvane][<level>]<message>" (cut to 511 characters),
 // and to standard output as "[Mirvane][<level>] <file base name>:<line>:<function>: <message>"
 // (whole). Null file, function or format: no output at all. Does not test the level itself.
+//
+// Bounds, since the log lives on a RAM disk: of identical lines from one call site, at most 3 a
+// second are written; the next one written after drops ends in "[N identical lines dropped]".
+// The debug log is moved to "/tmp/log/debug.log.1" once it has reached 1 MiB.
 void LogPrint(unsigned level, const char* file, int line, const char* function, const char* format,
               ...) __attribute__((format(printf, 5, 6)));
 
 }  // namespace mirvane
 
-#define MIRVANE_LOG(level, ...)                                                  \
-  do {                                                                           \
-    if (::mirvane::IsLogLevelEnabled(level)) {                                   \
-      ::mirvane::LogPrint((level), __FILE__, __LINE__, __func__, __VA_ARGS__);   \
-    }                                                                            \
+#define MIRVANE_LOG(level, ...)                                                \
+  do {                                                                         \
+    if (::mirvane::IsLogLevelEnabled(level)) {                                 \
+      ::mirvane::LogPrint((level), __FILE__, __LINE__, __func__, __VA_ARGS__); \
+    }                                                                          \
   } while (0)
 
 #endif  // MIRVANE_COMMON_LOG_H

@@ -1,9 +1,14 @@
 #include "model/model_util.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <map>
+#include <memory>
+#include <sstream>
 #include <stdexcept>
 
 #include "common/log.h"
@@ -12,6 +17,7 @@ namespace mirvane {
 namespace {
 
 constexpr uint32_t kNoSize = 0xFFFFFFFFu;
+constexpr size_t kMaxConfigBytes = 1 << 20;
 
 uint32_t ParseId(const std::string& text) {
   const unsigned long long value = std::stoull(text, nullptr, 16);
@@ -20,19 +26,56 @@ uint32_t ParseId(const std::string& text) {
   return static_cast<uint32_t>(value);
 }
 
-uint32_t RoundDown32(uint32_t size) { return size & ~31u; }
+uint32_t RoundDown32(uint32_t size) {
+  return size & ~31u;
+}
+
+struct FileClose {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, FileClose>;
+
+// Opens path for reading when it is a regular file. Anything else counts as a file that cannot be
+// opened (logged once, naming the path): a FIFO or device there would block the open or the read
+// before the first frame.
+File OpenRegularFile(const char* path) {
+  const int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) return nullptr;
+  struct stat st;
+  if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+    close(fd);
+    MIRVANE_LOG(kLogErr, "%s is not a regular file\n", path);
+    return nullptr;
+  }
+  const int flags = fcntl(fd, F_GETFL);
+  if (flags >= 0) fcntl(fd, F_SETFL, flags & ~O_NONBLOCK);
+  File file(fdopen(fd, "rb"));
+  if (!file) close(fd);
+  return file;
+}
 
 }  // namespace
 
-ModelIds GetModelIds() { return GetModelIdsFrom(kModelIdConfigPath); }
+ModelIds GetModelIds() {
+  return GetModelIdsFrom(kModelIdConfigPath);
+}
 
 ModelIds GetModelIdsFrom(const char* path) {
   const ModelIds defaults;
   MIRVANE_LOG(kLogInfo, "Load model config\n");
-  std::ifstream file(path);
-  if (!file.is_open()) {
+  const File config = OpenRegularFile(path);
+  if (!config) {
     MIRVANE_LOG(kLogInfo, "Fail to open config, use default IDs\n");
     return defaults;
+  }
+  // A table of a dozen lines: what lies past the first MiB of a planted file is not read.
+  std::stringstream file;
+  char chunk[4096];
+  size_t got;
+  size_t total = 0;
+  while (total < kMaxConfigBytes && (got = std::fread(chunk, 1, sizeof(chunk), config.get())) > 0) {
+    file.write(chunk, static_cast<std::streamsize>(got));
+    total += got;
   }
   try {
     ModelIds ids = defaults;
@@ -67,20 +110,20 @@ ModelIds GetModelIdsFrom(const char* path) {
 }
 
 uint32_t GetModelSize(const std::string& path) {
-  std::FILE* file = std::fopen(path.c_str(), "rb");
-  if (file == nullptr) {
+  const File file = OpenRegularFile(path.c_str());
+  if (!file) {
     MIRVANE_LOG(kLogErr, "get bin(%s) size fail\n", path.c_str());
     return kNoSize;
   }
-  std::fseek(file, 0, SEEK_END);
-  const long size = std::ftell(file);
-  std::fclose(file);
+  std::fseek(file.get(), 0, SEEK_END);
+  const long size = std::ftell(file.get());
   return size < 0 || static_cast<unsigned long>(size) >= kNoSize ? kNoSize
-                                                                  : static_cast<uint32_t>(size);
+                                                                 : static_cast<uint32_t>(size);
 }
 
 int LoadModel(const std::string& path, void* destination, uint32_t capacity) {
-  std::FILE* file = std::fopen(path.c_str(), "rb");
+  const File opened = OpenRegularFile(path.c_str());
+  std::FILE* file = opened.get();
   if (file == nullptr) {
     MIRVANE_LOG(kLogErr, "cannot read %s\n", path.c_str());
     return -24;
@@ -92,15 +135,13 @@ int LoadModel(const std::string& path, void* destination, uint32_t capacity) {
     MIRVANE_LOG(kLogErr, "getting %s size failed\n", path.c_str());
   } else {
     // Never past the memory given: a file that grew since it was measured is read short.
-    const size_t wanted = static_cast<size_t>(size) > capacity ? capacity
-                                                               : static_cast<size_t>(size);
-    if (wanted < static_cast<size_t>(size) ||
-        std::fread(destination, 1, wanted, file) != wanted) {
+    const size_t wanted =
+        static_cast<size_t>(size) > capacity ? capacity : static_cast<size_t>(size);
+    if (wanted < static_cast<size_t>(size) || std::fread(destination, 1, wanted, file) != wanted) {
       MIRVANE_LOG(kLogErr, "read size < %ld\n", size);
       size = -1;
     }
   }
-  std::fclose(file);
   MIRVANE_LOG(kLogInfo, "model buf size: %ld\n", size);
   return 0;
 }
@@ -122,8 +163,8 @@ NetworkRunner::NetworkRunner(uint32_t proc_id, HdModule& arena)
   const uint32_t size = GetModelSize(ids_.model_path);
   if (size == 0) throw std::runtime_error("ERR: input model not exist: " + ids_.model_path);
   const MemMapping model = arena.FetchMemMapping(RoundDown32(size + 31));
-  const int loaded = LoadModel(ids_.model_path, reinterpret_cast<void*>(model.virtual_address),
-                               model.size);
+  const int loaded =
+      LoadModel(ids_.model_path, reinterpret_cast<void*>(model.virtual_address), model.size);
   if (loaded != 0) throw std::runtime_error("ERR: load model fail: " + std::to_string(loaded));
 
   VENDOR_AI_NET_CFG_MODEL cfg;
@@ -132,7 +173,8 @@ NetworkRunner::NetworkRunner(uint32_t proc_id, HdModule& arena)
   cfg.va = static_cast<UINT32>(model.virtual_address);
   cfg.size = model.size;
   const int set = vendor_ai_net_set(proc_id_, VENDOR_AI_NET_PARAM_CFG_MODEL, &cfg);
-  if (set != 0) throw std::runtime_error("ERR: vendor_ai_net_set model fail: " + std::to_string(set));
+  if (set != 0)
+    throw std::runtime_error("ERR: vendor_ai_net_set model fail: " + std::to_string(set));
   net_ = std::make_unique<VendorAiNet>(proc_id_);
   InitVendorAiNetRunner(arena);
 }

@@ -1,12 +1,16 @@
 #include "nvt/hd_wrapper.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 
+#include "common/file_write.h"
 #include "common/log.h"
 
 namespace mirvane {
@@ -17,26 +21,36 @@ constexpr uint32_t kSysconfigType2 = 0x10000;
 constexpr uint32_t kSysconfigType2Mask = 0xF0000;
 constexpr uint32_t kPixelFormatYuv420 = 0x520c0420;
 
+// The block this process owns, for a release at an exit that cannot wait for the pipeline
+// thread's own teardown (ReleaseOwnedBlockAtExit).
+std::atomic<uint32_t> g_owned_block{HdMemBlk::kNoBlock};
+
 void SaveMemBlkIdFile(uint32_t id) {
-  std::FILE* file = std::fopen(kMemBlkIdFilePath, "w");
-  if (file == nullptr) {
+  // Written whole or not at all: a reader after a crash never finds an empty or partial file, and
+  // a link planted at the path is replaced, not followed.
+  if (!WriteFileAtomically(kMemBlkIdFilePath, std::to_string(id))) {
+    const int error = errno;
     MIRVANE_LOG(kLogErr, "Fail to open mem blk id file %s\n", kMemBlkIdFilePath);
-    return;
+    MIRVANE_LOG(kLogErr, "mem blk id %u not recorded (%s): a crash now leaves the block taken\n",
+                id, std::strerror(error));
   }
-  std::fprintf(file, "%u", id);
-  std::fclose(file);
 }
 
 uint32_t ReadMemBlkIdFile() {
-  std::FILE* file = std::fopen(kMemBlkIdFilePath, "r");
-  if (file == nullptr) {
+  // A planted link or FIFO at the path is not followed into: only a regular file is read.
+  const int fd = open(kMemBlkIdFilePath, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+  struct stat st;
+  if (fd < 0 || fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+    if (fd >= 0) close(fd);
     throw std::runtime_error(std::string("Fail to read mem blk id file ") + kMemBlkIdFilePath);
   }
+  char text[16] = {};
+  const ssize_t got = read(fd, text, sizeof(text) - 1);
+  close(fd);
   unsigned id = HdMemBlk::kNoBlock;
-  const int read = std::fscanf(file, "%u", &id);
-  std::fclose(file);
   // A file without a number names no block; releasing "no block" fails and is logged.
-  return read == 1 ? id : HdMemBlk::kNoBlock;
+  if (got <= 0 || std::sscanf(text, "%u", &id) != 1) return HdMemBlk::kNoBlock;
+  return id;
 }
 
 void RemoveMemBlkIdFile() {
@@ -48,6 +62,18 @@ HD_COMMON_MEM_VB_BLK ToBlk(uint32_t id) {
 }
 
 }  // namespace
+
+void ReleaseOwnedBlockAtExit() {
+  const uint32_t id = g_owned_block.exchange(HdMemBlk::kNoBlock);
+  if (id == HdMemBlk::kNoBlock) return;
+  const int r = hd_common_mem_release_block(ToBlk(id));
+  if (r != 0) {
+    MIRVANE_LOG(kLogErr, "release hd mem blk fail (%d), the next start recovers it\n", r);
+    return;
+  }
+  RemoveMemBlkIdFile();
+  MIRVANE_LOG(kLogInfo, "hd mem blk %u released at exit\n", id);
+}
 
 // ---- HdCommon ----
 
@@ -138,6 +164,7 @@ int HdMemBlk::MemGet() {
     }
   }
   id_ = static_cast<uint32_t>(blk);
+  g_owned_block.store(id_);
   SaveMemBlkIdFile(id_);
   physical_address_ = static_cast<uint32_t>(hd_common_mem_blk2pa(blk));
   if (physical_address_ == 0) {
@@ -150,6 +177,9 @@ int HdMemBlk::MemGet() {
 int HdMemBlk::MemRel() {
   const int r = hd_common_mem_release_block(ToBlk(id_));
   if (r == 0) {
+    // Compare-exchange: a block recovered from the file of an earlier run is not ours to forget.
+    uint32_t owned = id_;
+    g_owned_block.compare_exchange_strong(owned, kNoBlock);
     id_ = kNoBlock;
     RemoveMemBlkIdFile();
   } else {
@@ -211,16 +241,15 @@ VendorAiNetRunner::VendorAiNetRunner(uint32_t proc_id) : proc_id_(proc_id) {
   MIRVANE_LOG(kLogDebug, "vendor_ai_net_start(%lu)\n", static_cast<unsigned long>(proc_id));
   const int r = vendor_ai_net_start(proc_id);
   if (r != 0) {
-    throw std::runtime_error("ERR: run_id(" + std::to_string(proc_id) + ") start fail = " +
-                             std::to_string(r));
+    throw std::runtime_error("ERR: run_id(" + std::to_string(proc_id) +
+                             ") start fail = " + std::to_string(r));
   }
 }
 
 VendorAiNetRunner::~VendorAiNetRunner() {
   const int r = vendor_ai_net_stop(proc_id_);
   if (r != 0) {
-    MIRVANE_LOG(kLogErr, "run_id(%lu) stop fail (%d)!!\n", static_cast<unsigned long>(proc_id_),
-                r);
+    MIRVANE_LOG(kLogErr, "run_id(%lu) stop fail (%d)!!\n", static_cast<unsigned long>(proc_id_), r);
   }
   MIRVANE_LOG(kLogDebug, "vendor_ai_net_stop(%lu)\n", static_cast<unsigned long>(proc_id_));
 }

@@ -25,8 +25,8 @@ class FetchError : public std::runtime_error {
 // Where the daemon records the device-memory block it owns, for recovery after an unclean exit.
 constexpr const char* kMemBlkIdFilePath = "/tmp/mirvane_blkid";
 
-#define MIRVANE_NO_COPY(Type)    \
-  Type(const Type&) = delete;    \
+#define MIRVANE_NO_COPY(Type) \
+  Type(const Type&) = delete; \
   Type& operator=(const Type&) = delete
 
 // The platform itself: hd_common_init with up to five attempts (pauses 0, 2, 4, 6, 8 s).
@@ -82,6 +82,12 @@ class HdMemBlk {
   uint32_t size_;
   uint32_t physical_address_ = 0;
 };
+
+// Releases the block that an HdMemBlk of this process holds, if any, and removes the block-id
+// file; for a process that must exit while the pipeline thread, which owns the HdMemBlk, cannot
+// return. Any thread; at most one release happens, however often it is called. The HdMemBlk's own
+// release afterwards fails and is logged.
+void ReleaseOwnedBlockAtExit();
 
 // A mapping of device memory into the process.
 class HdMemMapping {

@@ -36,6 +36,41 @@ int GetOperationCategoryIndex(const char* name) {
   return -1;
 }
 
+/*
+ * Opens the directory of a log file's path without following a link there (a link planted at
+ * "/tmp/log" must not carry the logs into another directory); *name gets the file's name inside
+ * it. -1 on failure.
+ */
+static int OpenLogDir(const char* path, const char** name) {
+  const char* slash = strrchr(path, '/');
+  if (slash == NULL || slash == path) {
+    errno = EINVAL;
+    return -1;
+  }
+  char dir[256];
+  const size_t dir_length = (size_t)(slash - path);
+  if (dir_length >= sizeof(dir)) {
+    errno = ENAMETOOLONG;
+    return -1;
+  }
+  memcpy(dir, path, dir_length);
+  dir[dir_length] = '\0';
+  *name = slash + 1;
+  return open(dir, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+}
+
+/* Opens a log file with flags, following no link, neither at the file nor at its directory. */
+static int OpenLogPath(const char* path, int flags) {
+  const char* name = NULL;
+  const int dir_fd = OpenLogDir(path, &name);
+  if (dir_fd < 0) return -1;
+  const int fd = openat(dir_fd, name, flags | O_NOFOLLOW | O_CLOEXEC, 0644);
+  const int error = errno;
+  close(dir_fd);
+  errno = error;
+  return fd;
+}
+
 static const char* CategoryName(int index) {
   return (index >= 0 && index < kCategoryCount) ? kCategoryNames[index] : "";
 }
@@ -55,7 +90,7 @@ void WriteLog(int type, const char* file, int line, const char* function, const 
     fprintf(stderr, "Empty log file path.\n");
     return;
   }
-  int fd = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+  int fd = OpenLogPath(path, O_WRONLY | O_CREAT | O_APPEND);
   FILE* stream = fd >= 0 ? fdopen(fd, "a") : NULL;
   if (stream == NULL) {
     fprintf(stderr, "Failed to open fd. [%m]\n");
@@ -67,7 +102,8 @@ void WriteLog(int type, const char* file, int line, const char* function, const 
   if (type == LOG_TYPE_DEBUG) {
     fprintf(stream, "%s %s:%d:%s(): ", stamp, file ? file : "", line, function ? function : "");
   } else {
-    fprintf(stream, "%s [%s] [%s]: ", stamp, category ? category : "", CategoryName(category_index));
+    fprintf(stream, "%s [%s] [%s]: ", stamp, category ? category : "",
+            CategoryName(category_index));
   }
   if (format != NULL) {
     va_list args;
@@ -88,7 +124,7 @@ void CreateLogFile(void) {
                "Empty log file path.\n");
       continue;
     }
-    int fd = open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+    int fd = OpenLogPath(path, O_WRONLY | O_CREAT | O_EXCL);
     if (fd >= 0) {
       close(fd);
     } else if (errno != EEXIST) {
@@ -111,8 +147,12 @@ long RotateLogFileBySize(int type, long limit_kib) {
 }
 
 long RotateFile(const char* path, long excess) {
-  FILE* in = fopen(path, "re");
-  if (in == NULL) return 0;
+  int in_fd = OpenLogPath(path, O_RDONLY);
+  FILE* in = in_fd >= 0 ? fdopen(in_fd, "r") : NULL;
+  if (in == NULL) {
+    if (in_fd >= 0) close(in_fd);
+    return 0;
+  }
   /* Kept lines are gathered in memory first, so that the file is rewritten in one pass. */
   char* kept = NULL;
   size_t kept_size = 0;
@@ -139,13 +179,33 @@ long RotateFile(const char* path, long excess) {
   free(line);
   fclose(in);
   fclose(out);
-  FILE* rewrite = fopen(path, "we");
+  int out_fd = OpenLogPath(path, O_WRONLY | O_TRUNC);
+  FILE* rewrite = out_fd >= 0 ? fdopen(out_fd, "w") : NULL;
   if (rewrite != NULL) {
     fwrite(kept, 1, kept_size, rewrite);
     fclose(rewrite);
+  } else if (out_fd >= 0) {
+    close(out_fd);
   }
   free(kept);
-  WriteLog(LOG_TYPE_DEBUG, __FILE__, __LINE__, "RotateFile", "System", -1, "Rotate log[%s], size[%d].\n",
-           path, (int)dropped);
+  WriteLog(LOG_TYPE_DEBUG, __FILE__, __LINE__, "RotateFile", "System", -1,
+           "Rotate log[%s], size[%d].\n", path, (int)dropped);
   return dropped;
+}
+
+int RotateLogFileToPrevious(int type, long limit_bytes) {
+  const char* name = NULL;
+  const int dir_fd = OpenLogDir(GetLogFilePath(type), &name);
+  if (dir_fd < 0) return 0;
+  /* Names inside the directory: neither the stat nor the rename follows a link. */
+  char previous[128];
+  int rotated = 0;
+  struct stat st;
+  if (snprintf(previous, sizeof(previous), "%s.1", name) < (int)sizeof(previous) &&
+      fstatat(dir_fd, name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(st.st_mode) &&
+      (long long)st.st_size >= (long long)limit_bytes) {
+    rotated = renameat(dir_fd, name, dir_fd, previous) == 0;
+  }
+  close(dir_fd);
+  return rotated;
 }

@@ -18,6 +18,11 @@
  * therefore needs no process-wide SIGPIPE disposition, and none is set here behind its back. */
 #define SYSAPI_SEND_FLAGS MSG_NOSIGNAL
 
+/* Time-out of a send, and of a connect to a listener whose queue is full: a system daemon that
+ * accepts but stops reading costs one event (the connection is then reopened), never a pipeline
+ * or a watchdog blocked for good. */
+#define SYSAPI_SEND_TIMEOUT_S 2
+
 /* recv_all's socket time-outs, and how many time-outs in a row it sits out before giving up (a
  * peer that stalls for good must not hold the caller forever). */
 #define SYSAPI_RECV_TIMEOUT_S 10
@@ -47,6 +52,8 @@ static int ConnectUnix(const char* path) {
   if (path == NULL) return -1;
   int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (fd < 0) return -1;
+  const struct timeval send_timeout = {SYSAPI_SEND_TIMEOUT_S, 0};
+  setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &send_timeout, sizeof(send_timeout));
   struct sockaddr_un addr;
   memset(&addr, 0, sizeof(addr));
   addr.sun_family = AF_UNIX;
@@ -182,7 +189,8 @@ int recv_all(int fd, void* buffer, size_t len) {
       continue;
     }
     if (n < 0 && errno == EINTR) continue;
-    if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK) && ++timeouts < SYSAPI_RECV_MAX_TIMEOUTS) {
+    if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK) &&
+        ++timeouts < SYSAPI_RECV_MAX_TIMEOUTS) {
       continue;
     }
     if (n == 0) {
@@ -356,8 +364,8 @@ int sysapi_storage_list(const char* path, char names[SYSAPI_STORAGE_LIST_REPLY_S
 
 int sysapi_restore_conf(const char* path, const char* conf_path, char* json, size_t json_size) {
   if (conf_path == NULL || json == NULL || json_size < 2 || strlen(conf_path) >= 4096) return -7;
-  const uint32_t room = json_size - 1 > SYSAPI_MAX_BODY_SIZE ? SYSAPI_MAX_BODY_SIZE
-                                                             : (uint32_t)(json_size - 1);
+  const uint32_t room =
+      json_size - 1 > SYSAPI_MAX_BODY_SIZE ? SYSAPI_MAX_BODY_SIZE : (uint32_t)(json_size - 1);
   const int rc = Request(path, SYSAPI_CMD_RESTORE_CONF, conf_path, (uint32_t)strlen(conf_path) + 1,
                          json, room, 0);
   if (rc == -6) MOD_LOG_DEBUG("failed to recv replied json\n");
@@ -485,8 +493,8 @@ static int SendSmallEvent(const char* path, uint32_t type, int32_t value) {
   memset(body, 0, sizeof(body));
   PutWord(body, 0, type);
   PutWord(body, 4, (uint32_t)value);
-  const int rc = KeptCommand(&g_event_wrapper_socket, path, SYSAPI_CMD_EVENT, body, sizeof(body),
-                             NULL, 0);
+  const int rc =
+      KeptCommand(&g_event_wrapper_socket, path, SYSAPI_CMD_EVENT, body, sizeof(body), NULL, 0);
   return rc == 0 ? (int)sizeof(body) : rc;
 }
 

@@ -1,5 +1,6 @@
 #include "bin/rule/intrusion.h"
 
+#include <limits>
 #include <string>
 #include <utility>
 
@@ -43,15 +44,23 @@ IntrusionSettings ParseIntrusionSettings(const json_t* value) {
       for (const dva::Point& p : dva::ParsePointList(text)) settings.fence.AddPoint(p);
     } else if (name == "FenceIntersectType") {
       const json_int_t type = json_integer_value(item);
-      if (type >= 0 && type <= kMaxIntersectType) {
+      if (!IntSettingInRange(key, item)) {
+        // Logged with its whole value; the fence keeps its default direction.
+      } else if (type >= 0 && type <= kMaxIntersectType) {
         settings.fence.set_intersect_type(static_cast<uint8_t>(type));
       } else {
         MIRVANE_LOG(kLogErr, "Not support fence intersect type [%d]\n", static_cast<int>(type));
       }
     } else if (name == "MinTriggerObjectRatioPermille") {
-      settings.min_object_ratio = static_cast<float>(json_integer_value(item) / 1000.0);
+      if (IntSettingInRange(key, item)) {
+        settings.min_object_ratio = static_cast<float>(json_integer_value(item) / 1000.0);
+      }
     } else if (name == "ClassIdFilter") {
-      settings.class_id_filter = static_cast<uint32_t>(json_integer_value(item));
+      // A mask of class bits: all 32 bits usable, and -1 as "every class".
+      if (IntSettingInRange(key, item, std::numeric_limits<int32_t>::min(),
+                            std::numeric_limits<uint32_t>::max())) {
+        settings.class_id_filter = static_cast<uint32_t>(json_integer_value(item));
+      }
     } else {
       MIRVANE_LOG(kLogErr, "Invalid config key[%s]\n", key);
     }

@@ -1,5 +1,6 @@
 #include "bin/rule/people_vehicle.h"
 
+#include <limits>
 #include <string>
 #include <utility>
 
@@ -19,12 +20,16 @@ constexpr int64_t kStatusExpireMinutes = 10;
 constexpr float kMoveIouThreshold = 0.5f;
 constexpr int64_t kMovedWindowSeconds = 5;
 
-int32_t IntValue(const json_t* value) {
-  return static_cast<int32_t>(json_integer_value(value));
+// Stores an integer setting into field unless it is out of the field's range (logged); the field
+// then keeps its default.
+void ReadInt(const char* key, const json_t* value, int32_t* field) {
+  if (IntSettingInRange(key, value)) *field = Int32Value(value);
 }
 
 int GetRegionType(const json_t* config) {
-  const int type = IntValue(json_object_get(config, "DetectionRegionType"));
+  const json_t* value = json_object_get(config, "DetectionRegionType");
+  if (!IntSettingInRange("DetectionRegionType", value)) return dva::DetectionRegion::kInclusion;
+  const int type = Int32Value(value);
   if (type == dva::DetectionRegion::kInclusion || type == dva::DetectionRegion::kExclusion) {
     return type;
   }
@@ -46,13 +51,19 @@ PeopleVeichileSettings ParsePeopleVeichileSettings(const json_t* value) {
   json_object_foreach(config.get(), key, item) {
     const std::string name = key;
     if (name == "MinPeopleTriggerTimeSeconds") {
-      settings.min_people_trigger_seconds = IntValue(item);
+      ReadInt(key, item, &settings.min_people_trigger_seconds);
     } else if (name == "MinVehicleTriggerTimeSeconds") {
-      settings.min_vehicle_trigger_seconds = IntValue(item);
+      ReadInt(key, item, &settings.min_vehicle_trigger_seconds);
     } else if (name == "MinTriggerObjectRatioPermille") {
-      settings.min_object_ratio = static_cast<float>(IntValue(item) / 1000.0);
+      if (IntSettingInRange(key, item)) {
+        settings.min_object_ratio = static_cast<float>(Int32Value(item) / 1000.0);
+      }
     } else if (name == "ClassIdFilter") {
-      settings.class_id_filter = static_cast<uint32_t>(IntValue(item));
+      // A mask of class bits: all 32 bits usable, and -1 as "every class".
+      if (IntSettingInRange(key, item, std::numeric_limits<int32_t>::min(),
+                            std::numeric_limits<uint32_t>::max())) {
+        settings.class_id_filter = static_cast<uint32_t>(json_integer_value(item));
+      }
     } else if (name == "TriggeredOnlyBothPeopleVehicle") {
       settings.only_both_people_vehicle = json_is_true(item);
     } else if (name == "TriggeredOnlyMovedPeople") {
@@ -60,7 +71,7 @@ PeopleVeichileSettings ParsePeopleVeichileSettings(const json_t* value) {
     } else if (name == "TriggeredOnlyMovedVehicle") {
       settings.only_moved_vehicle = json_is_true(item);
     } else if (name == "CrowdPeopleThreshold") {
-      settings.crowd_people_threshold = IntValue(item);
+      ReadInt(key, item, &settings.crowd_people_threshold);
     } else if (name == "DetectionRegion") {
       const char* text = json_string_value(item);
       const int type = GetRegionType(config.get());

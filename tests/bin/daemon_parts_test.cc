@@ -6,6 +6,7 @@
 #include <jansson.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <future>
@@ -16,6 +17,7 @@
 
 #include "bin/daemon_threads.h"
 #include "bin/event_converter.h"
+#include "bin/instance_lock.h"
 #include "bin/obj_detect_tracker.h"
 #include "bin/process_flags.h"
 #include "bin/threshold.h"
@@ -263,6 +265,24 @@ void Store(const char* key, const char* json_text) {
   json_decref(value);
 }
 
+TEST(InstanceLock, TheFirstHolderKeepsItAndALinkIsRefused) {
+  unlink("/tmp/test.lock");
+  {
+    const InstanceLock first("/tmp/test.lock");
+    EXPECT_EQ(first.state(), InstanceLock::State::kHeld);
+    const InstanceLock second("/tmp/test.lock");
+    EXPECT_EQ(second.state(), InstanceLock::State::kHeldByAnother);
+  }
+  EXPECT_EQ(InstanceLock("/tmp/test.lock").state(), InstanceLock::State::kHeld)
+      << "free again once its holder is gone";
+  unlink("/tmp/test.lock");
+  ASSERT_EQ(symlink("/tmp/victim.lock", "/tmp/test.lock"), 0);
+  const InstanceLock linked("/tmp/test.lock");
+  EXPECT_EQ(linked.state(), InstanceLock::State::kFailed);
+  EXPECT_EQ(linked.error(), ELOOP);
+  EXPECT_EQ(access("/tmp/victim.lock", F_OK), -1);
+}
+
 TEST(Threshold, ReadsIntegerPercentsAndZeroForAnythingElse) {
   mirvane_param_delete("Custom.Dva");
   Threshold thresholds;
@@ -277,6 +297,9 @@ TEST(Threshold, ReadsIntegerPercentsAndZeroForAnythingElse) {
   thresholds.ReloadFromPgo();
   EXPECT_FLOAT_EQ(thresholds.detection, 0.0f) << "a missing value reads as 0, not the default";
   EXPECT_FLOAT_EQ(thresholds.tracking, 1.5f) << "no range check";
+  Store("Custom.Dva.Threshold.Detection", "4294967331");  // 2^32 + 35, not 35
+  thresholds.ReloadFromPgo();
+  EXPECT_FLOAT_EQ(thresholds.detection, 0.0f) << "beyond an int reads as 0, as a non-integer";
 }
 
 // Runs the configuration thread in a child process (the flags are process-wide) and applies

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <fstream>
 #include <string>
@@ -79,6 +80,76 @@ TEST(LogPrint, MissingLogDirectoryStillWritesStandardOutput) {
   ChildResult result = RunInChild([] { LogPrint(kLogInfo, "a.cc", 3, "F", "still here\n"); });
   EXPECT_EQ(result.out, "[Mirvane][Info] a.cc:3:F: still here\n");
   EXPECT_NE(result.err.find("Failed to open fd."), std::string::npos) << result.err;
+}
+
+// Writes a file of size bytes at path.
+void WriteBytes(const std::string& path, size_t size) {
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << std::string(size, '.');
+}
+
+// Links planted in /tmp, at the log file or at its directory, are never written through.
+TEST(LogPrint, NeverWritesThroughALinkAtTheFileOrItsDirectory) {
+  mkdir(DEBUG_LOG_DIR, 0755);
+  unlink(DEBUG_LOG_PATH);
+  WriteBytes("/tmp/victim", 3);
+  ASSERT_EQ(symlink("/tmp/victim", DEBUG_LOG_PATH), 0);
+  ChildResult result = RunInChild([] { LogPrint(kLogErr, "a.cc", 1, "F", "through the link\n"); });
+  EXPECT_EQ(ReadFileOrEmpty("/tmp/victim"), "...");
+  EXPECT_EQ(result.out, "[Mirvane][Err] a.cc:1:F: through the link\n") << "stdout still gets it";
+  unlink(DEBUG_LOG_PATH);
+
+  ASSERT_EQ(rmdir(DEBUG_LOG_DIR), 0);
+  mkdir("/tmp/elsewhere", 0755);
+  ASSERT_EQ(symlink("/tmp/elsewhere", "/tmp/log"), 0);
+  RunInChild([] {
+    CreateLogFile();
+    LogPrint(kLogErr, "a.cc", 1, "F", "through the directory\n");
+  });
+  EXPECT_EQ(access("/tmp/elsewhere/debug.log", F_OK), -1);
+  EXPECT_EQ(access("/tmp/elsewhere/operation.log", F_OK), -1);
+  unlink("/tmp/log");
+}
+
+// A line repeated every frame is written a few times a second; the next one written tells how
+// many were dropped. Other lines pass meanwhile.
+TEST(LogPrint, ThrottlesIdenticalLinesAndCountsTheDropsInTheNextOneWritten) {
+  mkdir(DEBUG_LOG_DIR, 0755);
+  unlink(DEBUG_LOG_PATH);
+  ChildResult result = RunInChild([] {
+    for (int i = 0; i < 10; ++i) {
+      LogPrint(kLogErr, "a.cc", 7, "F", "wrong id %d\n", 5);
+      LogPrint(kLogInfo, "a.cc", 8, "F", "frame %d\n", i);
+    }
+    usleep(1100 * 1000);  // the next second
+    LogPrint(kLogErr, "a.cc", 7, "F", "wrong id %d\n", 5);
+  });
+  const std::string repeated = "[Mirvane][Err] a.cc:7:F: wrong id 5\n";
+  size_t count = 0;
+  for (size_t at = result.out.find(repeated); at != std::string::npos;
+       at = result.out.find(repeated, at + 1))
+    ++count;
+  EXPECT_EQ(count, 3u) << result.out;
+  EXPECT_NE(result.out.find("frame 9\n"), std::string::npos) << result.out;
+  EXPECT_NE(result.out.find("wrong id 5 [7 identical lines dropped]\n"), std::string::npos)
+      << result.out;
+  EXPECT_NE(ReadFileOrEmpty(DEBUG_LOG_PATH).find("wrong id 5 [7 identical lines dropped]\n"),
+            std::string::npos);
+}
+
+TEST(LogPrint, MovesAFullDebugLogAsideAndStartsAnew) {
+  mkdir(DEBUG_LOG_DIR, 0755);
+  WriteBytes(DEBUG_LOG_PATH, 1 << 20);
+  const std::string previous = std::string(DEBUG_LOG_PATH) + ".1";
+  unlink(previous.c_str());
+  RunInChild([] {
+    for (int i = 0; i < 40; ++i) LogPrint(kLogInfo, "a.cc", 1, "F", "line %d\n", i);
+  });
+  struct stat st;
+  ASSERT_EQ(stat(previous.c_str(), &st), 0);
+  EXPECT_GE(st.st_size, 1 << 20);
+  ASSERT_EQ(stat(DEBUG_LOG_PATH, &st), 0);
+  EXPECT_LT(st.st_size, 1 << 16);
+  EXPECT_NE(ReadFileOrEmpty(DEBUG_LOG_PATH).find("line 39\n"), std::string::npos);
 }
 
 }  // namespace

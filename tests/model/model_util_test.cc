@@ -2,6 +2,8 @@
 #include "model/model_util.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <fstream>
 #include <string>
@@ -88,6 +90,26 @@ TEST(LoadModel, MissingFileIsMinusTwentyFourAndHasNoSize) {
   EXPECT_EQ(GetModelSize("/tmp/no-such-model"), 0xFFFFFFFFu);
   char memory[4];
   EXPECT_EQ(LoadModel("/tmp/no-such-model", memory, sizeof(memory)), -24);
+}
+
+// A FIFO (or a directory) in place of a model file or the id table would block the open or the
+// read before the first frame: only regular files are read, anything else counts as missing.
+TEST(LoadModel, OnlyRegularFilesAreReadAndAFifoNeverBlocks) {
+  unlink("/tmp/model.fifo");
+  ASSERT_EQ(mkfifo("/tmp/model.fifo", 0644), 0);
+  mkdir("/tmp/model.dir", 0755);
+  const ChildResult result = RunInChild([] {
+    char memory[4];
+    for (const char* path : {"/tmp/model.fifo", "/tmp/model.dir"}) {
+      if (GetModelSize(path) != 0xFFFFFFFFu) _exit(10);
+      if (LoadModel(path, memory, sizeof(memory)) != -24) _exit(11);
+    }
+    if (!IsDefault(GetModelIdsFrom("/tmp/model.fifo"))) _exit(12);
+  });
+  EXPECT_EQ(result.exit_code, 0) << result.out;
+  EXPECT_NE(result.out.find("/tmp/model.fifo is not a regular file\n"), std::string::npos)
+      << result.out;
+  EXPECT_NE(result.out.find("Fail to open config, use default IDs\n"), std::string::npos);
 }
 
 }  // namespace

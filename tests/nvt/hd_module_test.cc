@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -57,6 +58,30 @@ TEST(HdModule, AStartAfterAnUncleanExitTakesTheBlockBackThroughTheIdFileOnly) {
   const ChildResult clean = RunChecksInChild([] { HdModule arena; });
   EXPECT_EQ(clean.exit_code, 0) << clean.out << clean.err;
   EXPECT_EQ(CountErrorLogLines(clean.out), 0) << "a plain start needs no recovery: " << clean.out;
+}
+
+// The id file is replaced whole, never written through a link planted at its path; a process that
+// exits without its teardown can still give the block back.
+TEST(HdModule, TheIdFileReplacesAPlantedLinkAndAnExitReleaseFreesTheBlock) {
+  std::ofstream("/tmp/victim") << "precious";
+  unlink(kMemBlkIdFilePath);
+  ASSERT_EQ(symlink("/tmp/victim", kMemBlkIdFilePath), 0);
+  const ChildResult exited = RunChecksInChild([] {
+    HdModule arena;
+    struct stat st;
+    ASSERT_EQ(lstat(kMemBlkIdFilePath, &st), 0);
+    EXPECT_TRUE(S_ISREG(st.st_mode));
+    EXPECT_EQ(ReadFileOrEmpty(kMemBlkIdFilePath), std::to_string(arena.block_id()));
+    ReleaseOwnedBlockAtExit();
+    ReleaseOwnedBlockAtExit();  // once only
+    EXPECT_EQ(access(kMemBlkIdFilePath, F_OK), -1);
+    raise(SIGKILL);  // no teardown
+  });
+  ASSERT_EQ(exited.term_signal, SIGKILL) << exited.out << exited.err;
+  EXPECT_EQ(ReadFileOrEmpty("/tmp/victim"), "precious");
+  const ChildResult next = RunChecksInChild([] { HdModule arena; });
+  EXPECT_EQ(next.exit_code, 0) << next.out << next.err;
+  EXPECT_EQ(CountErrorLogLines(next.out), 0) << "the block was free again: " << next.out;
 }
 
 TEST(HdModule, RetriesAFailingPlatformInit) {
