@@ -320,40 +320,6 @@ TEST(PeopleVeichileSettings, BadTypeUnknownKeyAndNonObjectsAreLoggedAndGiveDefau
   }
 }
 
-// Integers that do not fit the field they are read into are not cut to its width (2^32 + 1 would
-// read as 1): they count as invalid, with one line naming the key and the whole value.
-TEST(RuleSettings, IntegersOutsideTheirFieldAreRejectedByNameNotCut) {
-  constexpr const char* kTwoPow32Plus1 = "4294967297";
-  const std::string region = std::string(R"({"DetectionRegionType": )") + kTwoPow32Plus1 +
-                             R"(, "DetectionRegion": "0.1,0.1,0.5,0.1,0.5,0.5"})";
-  EXPECT_EQ(Parse(region).detection_region.type(), dva::DetectionRegion::kInclusion);
-  const PeopleVeichileSettings people = Parse(
-      R"({"MinPeopleTriggerTimeSeconds": 4294967299, "MinVehicleTriggerTimeSeconds": -2147483649,
-                "CrowdPeopleThreshold": 9223372036854775807, "MinTriggerObjectRatioPermille": 4294968296,
-                "ClassIdFilter": 4294967295})");
-  EXPECT_EQ(
-      std::vector<int64_t>({people.min_people_trigger_seconds, people.min_vehicle_trigger_seconds,
-                            people.crowd_people_threshold}),
-      std::vector<int64_t>({0, 0, 0}));
-  EXPECT_FLOAT_EQ(people.min_object_ratio, PeopleVeichileSettings().min_object_ratio);
-  EXPECT_EQ(people.class_id_filter, 0xFFFFFFFFu) << "a mask may use all 32 bits";
-  EXPECT_EQ(Parse(R"({"ClassIdFilter": 4294967296})").class_id_filter, 0u);
-  const IntrusionSettings fence = ParseFence(std::string(R"({"FenceIntersectType": )") +
-                                             kTwoPow32Plus1 + R"(, "ClassIdFilter": -1})");
-  EXPECT_EQ(fence.fence.intersect_type(), 0);
-  EXPECT_EQ(fence.class_id_filter, 0xFFFFFFFFu);
-
-  const std::string log =
-      testing::RunInChild([&] {
-        Parse(region);
-        ParseFence(std::string(R"({"FenceIntersectType": )") + kTwoPow32Plus1 + "}");
-      }).out;
-  EXPECT_THAT(log, HasSubstr("Setting [DetectionRegionType] value 4294967297 out of range "
-                             "[-2147483648, 2147483647], ignored\n"));
-  EXPECT_THAT(log, HasSubstr("Setting [FenceIntersectType] value 4294967297 out of range"));
-  EXPECT_THAT(log, Not(HasSubstr("type [1]"))) << "never reported as the cut value";
-}
-
 TEST(RuleSettings, ACoordinateThatIsNoFloatThrows) {
   EXPECT_THAT([] { Parse(R"({"DetectionRegion": "0.1,0.1,zero,0.5"})"); },
               ::testing::ThrowsMessage<std::invalid_argument>(HasSubstr("stof")));
@@ -518,6 +484,40 @@ TEST(IntrusionSettings, UnsupportedTypeUnknownKeyAndUnreadableValuesAreLogged) {
   EXPECT_THAT(log, HasSubstr("Invalid config key[FenceColour]\n"));
   const std::string parse_failure = "Fail to parse json config\n";
   EXPECT_NE(log.find(parse_failure), log.rfind(parse_failure)) << log;  // logged twice
+}
+
+// Integers that do not fit the field they are read into are not cut to its width (2^32 + 1 would
+// read as 1): they count as invalid, with one line naming the key and the whole value.
+TEST(RuleSettings, IntegersOutsideTheirFieldAreRejectedByNameNotCut) {
+  constexpr const char* kTwoPow32Plus1 = "4294967297";
+  const std::string region = std::string(R"({"DetectionRegionType": )") + kTwoPow32Plus1 +
+                             R"(, "DetectionRegion": "0.1,0.1,0.5,0.1,0.5,0.5"})";
+  EXPECT_EQ(Parse(region).detection_region.type(), dva::DetectionRegion::kInclusion);
+  const PeopleVeichileSettings people = Parse(
+      R"({"MinPeopleTriggerTimeSeconds": 4294967299, "MinVehicleTriggerTimeSeconds": -2147483649,
+                "CrowdPeopleThreshold": 9223372036854775807, "MinTriggerObjectRatioPermille": 4294968296,
+                "ClassIdFilter": 4294967295})");
+  EXPECT_EQ(
+      std::vector<int64_t>({people.min_people_trigger_seconds, people.min_vehicle_trigger_seconds,
+                            people.crowd_people_threshold}),
+      std::vector<int64_t>({0, 0, 0}));
+  EXPECT_FLOAT_EQ(people.min_object_ratio, PeopleVeichileSettings().min_object_ratio);
+  EXPECT_EQ(people.class_id_filter, 0xFFFFFFFFu) << "a mask may use all 32 bits";
+  EXPECT_EQ(Parse(R"({"ClassIdFilter": 4294967296})").class_id_filter, 0u);
+  const IntrusionSettings fence = ParseFence(std::string(R"({"FenceIntersectType": )") +
+                                             kTwoPow32Plus1 + R"(, "ClassIdFilter": -1})");
+  EXPECT_EQ(fence.fence.intersect_type(), 0);
+  EXPECT_EQ(fence.class_id_filter, 0xFFFFFFFFu);
+
+  const std::string log =
+      testing::RunInChild([&] {
+        Parse(region);
+        ParseFence(std::string(R"({"FenceIntersectType": )") + kTwoPow32Plus1 + "}");
+      }).out;
+  EXPECT_THAT(log, HasSubstr("Setting [DetectionRegionType] value 4294967297 out of range "
+                             "[-2147483648, 2147483647], ignored\n"));
+  EXPECT_THAT(log, HasSubstr("Setting [FenceIntersectType] value 4294967297 out of range"));
+  EXPECT_THAT(log, Not(HasSubstr("type [1]"))) << "never reported as the cut value";
 }
 
 TEST(IntrusionApply, WalksThroughFences) {
