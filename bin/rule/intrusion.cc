@@ -41,7 +41,9 @@ IntrusionSettings ParseIntrusionSettings(const json_t* value) {
         MIRVANE_LOG(kLogErr, "Fail to parse json config\n");
         continue;
       }
-      for (const dva::Point& p : dva::ParsePointList(text)) settings.fence.AddPoint(p);
+      const std::vector<dva::Point> points =
+          ParseCoordinates(key, text, [text] { return dva::ParsePointList(text); });
+      for (const dva::Point& p : points) settings.fence.AddPoint(p);
     } else if (name == "FenceIntersectType") {
       const json_int_t type = json_integer_value(item);
       if (!IntSettingInRange(key, item)) {

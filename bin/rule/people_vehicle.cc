@@ -76,7 +76,9 @@ PeopleVeichileSettings ParsePeopleVeichileSettings(const json_t* value) {
       const char* text = json_string_value(item);
       const int type = GetRegionType(config.get());
       settings.detection_region =
-          dva::DetectionRegion(type, dva::DetectionRegion::ParsePolygons(text ? text : ""));
+          dva::DetectionRegion(type, ParseCoordinates(key, text ? text : "", [text] {
+                                 return dva::DetectionRegion::ParsePolygons(text ? text : "");
+                               }));
     } else if (name == "DetectionRegionType") {
       // Read together with "DetectionRegion".
     } else {

@@ -320,11 +320,19 @@ TEST(PeopleVeichileSettings, BadTypeUnknownKeyAndNonObjectsAreLoggedAndGiveDefau
   }
 }
 
-TEST(RuleSettings, ACoordinateThatIsNoFloatThrows) {
+TEST(RuleSettings, ACoordinateThatIsNoFloatThrowsAfterALineNamingTheSetting) {
   EXPECT_THAT([] { Parse(R"({"DetectionRegion": "0.1,0.1,zero,0.5"})"); },
               ::testing::ThrowsMessage<std::invalid_argument>(HasSubstr("stof")));
   EXPECT_THAT([] { ParseIntrusionSettings(Json(R"({"FenceLine": "0.5,0.1,half,0.9"})").get()); },
               ::testing::ThrowsMessage<std::invalid_argument>(HasSubstr("stof")));
+  const std::string log = testing::RunInChild([] {
+                            try {
+                              ParseIntrusionSettings(Json(R"({"FenceLine": "0.5,half"})").get());
+                            } catch (const std::invalid_argument&) {
+                            }
+                          }).out;
+  EXPECT_THAT(log, HasSubstr("Setting [FenceLine] holds a coordinate that is no number: "
+                             "\"0.5,half\"\n"));
 }
 
 // Which decorators the chain holds, outermost first, ending with the basic manager.
