@@ -20,6 +20,7 @@ packages=(
   libyuv-dev libturbojpeg0-dev libjpeg62-turbo-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   valgrind util-linux
+  busybox shellcheck dash
 )
 # The target libraries of the cross builds: the same packages for the foreign architecture (a
 # library that the daemon or its tests link belongs here as well as above). The multiarch C and C++

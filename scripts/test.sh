@@ -6,6 +6,10 @@
 #   armhf    build-armhf/    cross-built for the camera's 32-bit ARM, the whole suite under qemu-user
 #   aarch64  build-aarch64/  cross-built for 64-bit ARM, the daemon and its tools compiled only
 #   tsan     build-tsan/     ThreadSanitizer, the suites that start the daemon's threads (tests/bin)
+#   sdk        build-sdk/        the daemon as the camera's firmware builds it (SDK mode), against
+#                                stand-ins of the SDK's libraries that hold only the functions it
+#                                may call, and its staging tree (cmake --install); no tests
+#   sdk-armhf  build-sdk-armhf/  the same for 32-bit ARM, with libev and Jansson linked statically
 #
 # Each configuration is configured and built once, into its own directory, through ccache.
 # Files that tests leave in <build>/artifacts/ (wire bytes, snapshots) must come out byte for byte
@@ -19,7 +23,7 @@
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 jobs=${MIRVANE_JOBS:-2}
-all_configs=(native asan armhf aarch64 tsan)
+all_configs=(native asan armhf aarch64 tsan sdk sdk-armhf)
 
 usage() {
   echo "usage: $0 [--quick] [${all_configs[*]}]..." >&2
@@ -30,7 +34,7 @@ configs=()
 while [[ $# -gt 0 ]]; do
   case $1 in
     --quick) configs+=(native) ;;
-    native|asan|armhf|aarch64|tsan) configs+=("$1") ;;
+    native|asan|armhf|aarch64|tsan|sdk|sdk-armhf) configs+=("$1") ;;
     *) usage ;;
   esac
   shift
@@ -44,16 +48,16 @@ wants() {
 }
 
 skipped=()
-if wants armhf || wants aarch64; then
+if wants armhf || wants aarch64 || wants sdk-armhf; then
   if ! "$root/scripts/install-deps.sh" --cross; then
     # A Debian mirror whose foreign-architecture indexes are out of step with the native ones can
     # make the target libraries uninstallable for a while. The native configurations still run;
     # the cross ones are reported as skipped, loudly, rather than passed.
-    echo "test.sh: WARNING: cross packages could not be installed; armhf and aarch64 are SKIPPED" >&2
+    echo "test.sh: WARNING: cross packages could not be installed; cross configurations are SKIPPED" >&2
     "$root/scripts/install-deps.sh"
     kept=()
     for c in "${configs[@]}"; do
-      if [[ $c == armhf || $c == aarch64 ]]; then skipped+=("$c"); else kept+=("$c"); fi
+      if [[ $c == armhf || $c == aarch64 || $c == sdk-armhf ]]; then skipped+=("$c"); else kept+=("$c"); fi
     done
     configs=("${kept[@]}")
   fi
@@ -137,7 +141,30 @@ run_config() {
         cmake --build "$dir" -j "$jobs" --target tests/bin/all mirvane_model_file &&
         TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 run_tests "$dir" "$dir/tests/bin"
       ;;
+    sdk)
+      sdk_build "$dir"
+      ;;
+    sdk-armhf)
+      sdk_build "$dir" -DCMAKE_TOOLCHAIN_FILE="$root/cmake/toolchains/armhf.cmake" \
+        -DMIRVANE_STATIC_DEPS=ON
+      ;;
   esac
+}
+
+# Builds the SDK-mode daemon against the stand-ins (the link fails on a call outside the SDK's
+# function lists, and a check after it on anything of the host simulation), then installs it
+# stripped into <build>/staging and shows what the camera gets.
+sdk_build() {
+  local dir=$1
+  shift
+  configure "$dir" -DMIRVANE_PLATFORM=sdk -DMIRVANE_SDK_STUBS=ON -DMIRVANE_BUILD_TESTS=OFF \
+    -DMIRVANE_BUILD_BENCH=OFF "$@" &&
+    cmake --build "$dir" -j "$jobs" &&
+    rm -rf "$dir/staging" &&
+    DESTDIR="$dir/staging" cmake --install "$dir" --strip >/dev/null &&
+    (cd "$dir/staging" && find . -type f -printf '%p %s bytes\n' | sort) &&
+    readelf -d "$(find "$dir/staging" -path '*/sbin/mirvane')" |
+    sed -n 's/.*(NEEDED).*\[\(.*\)\]/  needs \1/p'
 }
 
 # The artifacts of the native and the armhf run: the same files with the same bytes.

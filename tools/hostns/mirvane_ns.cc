@@ -2,7 +2,8 @@
 // own directories under /etc), so that the daemon and its peers can run on a PC without root and
 // without touching the machine's real /tmp and /etc.
 //
-//   mirvane-ns [--keep PATH]... [--etc NAME=DIR]... -- COMMAND [ARG]...
+//   mirvane-ns [--keep PATH]... [--etc NAME=DIR]... [--overlay DIR=TREE]... [--empty DIR]...
+//              -- COMMAND [ARG]...
 #include <unistd.h>
 
 #include <cstdio>
@@ -15,9 +16,13 @@ namespace {
 
 int Usage(const char* self) {
   std::fprintf(stderr,
-               "usage: %s [--keep PATH]... [--etc NAME=DIR]... -- COMMAND [ARG]...\n"
-               "  --keep PATH     keep PATH of the real /tmp visible at the same path\n"
-               "  --etc NAME=DIR  show host directory DIR as /etc/NAME\n",
+               "usage: %s [--keep PATH]... [--etc NAME=DIR]... [--overlay DIR=TREE]...\n"
+               "          [--empty DIR]... -- COMMAND [ARG]...\n"
+               "  --keep PATH         keep PATH of the real /tmp visible at the same path\n"
+               "  --etc NAME=DIR      show host directory DIR as /etc/NAME\n"
+               "  --overlay DIR=TREE  show the files of host directory TREE over DIR\n"
+               "                      (e.g. /usr/local=stage/usr/local, /etc=stage/etc)\n"
+               "  --empty DIR         give DIR a fresh empty tmpfs (e.g. /var/run)\n",
                self);
   return 2;
 }
@@ -40,6 +45,13 @@ int main(int argc, char** argv) {
       const size_t eq = value.find('=');
       if (eq == std::string::npos || eq == 0 || value.find('/') < eq) return Usage(argv[0]);
       options.etc_binds.emplace_back(value.substr(0, eq), value.substr(eq + 1));
+    } else if (arg == "--overlay" && i + 1 < argc) {
+      const std::string value = argv[++i];
+      const size_t eq = value.find('=');
+      if (eq == std::string::npos || value[0] != '/') return Usage(argv[0]);
+      options.overlays.emplace_back(value.substr(0, eq), value.substr(eq + 1));
+    } else if (arg == "--empty" && i + 1 < argc && argv[i + 1][0] == '/') {
+      options.empty_dirs.push_back(argv[++i]);
     } else {
       return Usage(argv[0]);
     }

@@ -14,7 +14,9 @@ namespace mirvane {
 namespace hostns {
 namespace {
 
-std::string Errno(const std::string& what) { return what + ": " + std::strerror(errno); }
+std::string Errno(const std::string& what) {
+  return what + ": " + std::strerror(errno);
+}
 
 bool WriteFile(const std::string& path, const std::string& text) {
   int fd = open(path.c_str(), O_WRONLY | O_CLOEXEC);
@@ -63,6 +65,26 @@ bool Unshare(std::string* error) {
   return false;
 }
 
+// Mounts a writable overlay on dir: tree's files (none when tree is empty) over dir's own, with
+// the changes kept in the private /tmp. index tells the overlays' change directories apart.
+bool MountOverlay(const std::string& dir, const std::string& tree, size_t index,
+                  std::string* error) {
+  const std::string base = "/tmp/.mirvane-ns/overlay" + std::to_string(index);
+  const std::string upper = base + "/upper";
+  const std::string work = base + "/work";
+  if (!MakeDirs(upper) || !MakeDirs(work)) {
+    *error = Errno("cannot create the overlay directories of " + dir);
+    return false;
+  }
+  const std::string lower = tree.empty() ? dir : tree + ":" + dir;
+  const std::string data = "lowerdir=" + lower + ",upperdir=" + upper + ",workdir=" + work;
+  if (mount("mirvane-overlay", dir.c_str(), "overlay", 0, data.c_str()) != 0) {
+    *error = Errno("cannot mount an overlay on " + dir);
+    return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 bool EnterPrivateNamespace(const NamespaceOptions& options, std::string* error) {
@@ -83,6 +105,16 @@ bool EnterPrivateNamespace(const NamespaceOptions& options, std::string* error) 
       return false;
     }
     etc_binds.emplace_back(bind.first, real);
+  }
+  std::vector<std::pair<std::string, std::string>> overlays;
+  for (const auto& overlay : options.overlays) {
+    std::string real = RealPath(overlay.second);
+    // Overlay mount options separate directories with ':' and options with ','.
+    if (real.empty() || real.find_first_of(":,") != std::string::npos) {
+      *error = "not a directory usable in an overlay: " + overlay.second;
+      return false;
+    }
+    overlays.emplace_back(overlay.first, real);
   }
 
   if (!Unshare(error)) return false;
@@ -106,9 +138,8 @@ bool EnterPrivateNamespace(const NamespaceOptions& options, std::string* error) 
     const std::string relative = path.substr(std::strlen("/tmp/"));
     struct stat st;
     if (stat(path.c_str(), &st) == 0) continue;  // already visible through an earlier bind
-    if (!MakeDirs(path) ||
-        mount((old_root + "/" + relative).c_str(), path.c_str(), nullptr, MS_BIND | MS_REC,
-              nullptr) != 0) {
+    if (!MakeDirs(path) || mount((old_root + "/" + relative).c_str(), path.c_str(), nullptr,
+                                 MS_BIND | MS_REC, nullptr) != 0) {
       *error = Errno("cannot keep " + path + " visible");
       close(old_tmp);
       return false;
@@ -116,25 +147,25 @@ bool EnterPrivateNamespace(const NamespaceOptions& options, std::string* error) 
   }
   close(old_tmp);
 
-  if (!etc_binds.empty()) {
-    const std::string upper = "/tmp/.mirvane-ns/etc-upper";
-    const std::string work = "/tmp/.mirvane-ns/etc-work";
-    if (!MakeDirs(upper) || !MakeDirs(work)) {
-      *error = Errno("cannot create the /etc overlay's directories");
+  // /etc gets an overlay as soon as something is to be shown in it.
+  bool etc_overlaid = false;
+  for (const auto& overlay : overlays) etc_overlaid = etc_overlaid || overlay.first == "/etc";
+  if (!etc_binds.empty() && !etc_overlaid) overlays.emplace_back("/etc", std::string());
+  for (size_t i = 0; i < overlays.size(); ++i) {
+    if (!MountOverlay(overlays[i].first, overlays[i].second, i, error)) return false;
+  }
+  for (const auto& bind : etc_binds) {
+    const std::string target = "/etc/" + bind.first;
+    if (!MakeDirs(target) ||
+        mount(bind.second.c_str(), target.c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0) {
+      *error = Errno("cannot bind " + bind.second + " to " + target);
       return false;
     }
-    const std::string data = "lowerdir=/etc,upperdir=" + upper + ",workdir=" + work;
-    if (mount("mirvane-etc", "/etc", "overlay", 0, data.c_str()) != 0) {
-      *error = Errno("cannot mount an overlay on /etc");
+  }
+  for (const std::string& dir : options.empty_dirs) {
+    if (mount("mirvane-empty", dir.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, "mode=755") != 0) {
+      *error = Errno("cannot mount an empty tmpfs on " + dir);
       return false;
-    }
-    for (const auto& bind : etc_binds) {
-      const std::string target = "/etc/" + bind.first;
-      if (!MakeDirs(target) ||
-          mount(bind.second.c_str(), target.c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0) {
-        *error = Errno("cannot bind " + bind.second + " to " + target);
-        return false;
-      }
     }
   }
   return true;

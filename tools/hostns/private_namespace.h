@@ -8,7 +8,10 @@
 //   - a fresh tmpfs on /tmp, into which chosen paths of the real /tmp (a build tree that happens to
 //     live there) are bound back at their own paths;
 //   - optionally, an overlay on /etc whose changes live in the private /tmp, so that directories
-//     such as /etc/tolvern-ai can be provided without writing to the real /etc.
+//     such as /etc/tolvern-ai can be provided without writing to the real /etc;
+//   - optionally, overlays that show the files of a host tree over a directory (an installed
+//     staging tree over /usr/local and /etc, say), again with changes in the private /tmp;
+//   - optionally, fresh empty tmpfs directories (a private /var/run, say).
 //
 // EnterPrivateNamespace must be called while the process is single-threaded.
 #ifndef MIRVANE_TOOLS_HOSTNS_PRIVATE_NAMESPACE_H
@@ -27,6 +30,11 @@ struct NamespaceOptions {
   // Directories to make visible inside /etc: {name below /etc, host directory}. The host
   // directory is bound over /etc/<name> (created in the overlay when missing).
   std::vector<std::pair<std::string, std::string>> etc_binds;
+  // {directory, host tree}: the tree's files shown over the directory, whose own files stay
+  // visible below them. An overlay of /etc comes before the etc_binds.
+  std::vector<std::pair<std::string, std::string>> overlays;
+  // Directories that get a fresh, empty tmpfs (after the overlays).
+  std::vector<std::string> empty_dirs;
 };
 
 // Enters the namespace and mounts as described. Returns false with a reason in *error when the
