@@ -24,8 +24,13 @@ void EnterFuzzSandbox(int argc, char** argv) {
   for (int i = 1; i < argc; ++i) {
     std::string arg = argv[i];
     const size_t eq = arg.find('=');
-    if (arg[0] == '-' && eq != std::string::npos) arg = arg.substr(eq + 1);
+    const bool flag = arg[0] == '-';
+    if (flag && eq != std::string::npos) arg = arg.substr(eq + 1);
     struct stat st;
+    // A flag's value may be a prefix of paths to come (-artifact_prefix=DIR/name-): its directory.
+    if (flag && stat(arg.c_str(), &st) != 0 && arg.find('/') != std::string::npos) {
+      arg = arg.substr(0, arg.rfind('/') + 1);
+    }
     if (!arg.empty() && arg[0] != '-' && stat(arg.c_str(), &st) == 0) {
       options.keep_paths.push_back(arg);
     }

@@ -6,6 +6,8 @@
 #   armhf    build-armhf/    cross-built for the camera's 32-bit ARM, the whole suite under qemu-user
 #   aarch64  build-aarch64/  cross-built for 64-bit ARM, the daemon and its tools compiled only
 #   tsan     build-tsan/     ThreadSanitizer, the suites that start the daemon's threads (tests/bin)
+#   fuzz     build-fuzz/     the libFuzzer targets of fuzz/ (clang): every seed corpus replayed, then
+#                            each target fuzzed for 20 s from its seeds (scripts/fuzz.sh for longer)
 #
 # Each configuration is configured and built once, into its own directory, through ccache.
 # Files that tests leave in <build>/artifacts/ (wire bytes, snapshots) must come out byte for byte
@@ -19,7 +21,9 @@
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 jobs=${MIRVANE_JOBS:-2}
-all_configs=(native asan armhf aarch64 tsan)
+all_configs=(native asan armhf aarch64 tsan fuzz)
+# Seconds of fuzzing per fuzz target.
+fuzz_seconds=20
 
 usage() {
   echo "usage: $0 [--quick] [${all_configs[*]}]..." >&2
@@ -30,7 +34,7 @@ configs=()
 while [[ $# -gt 0 ]]; do
   case $1 in
     --quick) configs+=(native) ;;
-    native|asan|armhf|aarch64|tsan) configs+=("$1") ;;
+    native|asan|armhf|aarch64|tsan|fuzz) configs+=("$1") ;;
     *) usage ;;
   esac
   shift
@@ -136,6 +140,17 @@ run_config() {
       configure "$dir" -DMIRVANE_SANITIZE=thread -DMIRVANE_BUILD_BENCH=OFF &&
         cmake --build "$dir" -j "$jobs" --target tests/bin/all mirvane_model_file &&
         TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 run_tests "$dir" "$dir/tests/bin"
+      ;;
+    fuzz)
+      # The seed corpora replay as CTest tests; then each target runs from its seeds alone (a fresh
+      # scratch corpus), so that a run's result does not depend on earlier ones.
+      rm -rf "$dir/fuzz-ci" &&
+        configure "$dir" -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14 \
+          -DMIRVANE_BUILD_FUZZ=ON -DMIRVANE_BUILD_TESTS=OFF -DMIRVANE_BUILD_BENCH=OFF &&
+        cmake --build "$dir" -j "$jobs" --target mirvane_fuzzers &&
+        run_tests "$dir" &&
+        MIRVANE_FUZZ_BUILD_DIR=$dir MIRVANE_FUZZ_SKIP_BUILD=1 MIRVANE_FUZZ_SCRATCH=$dir/fuzz-ci \
+          "$root/scripts/fuzz.sh" "$fuzz_seconds"
       ;;
   esac
 }
