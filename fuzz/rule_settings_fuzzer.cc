@@ -14,7 +14,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 #include "bin/rule/intrusion.h"
@@ -79,19 +81,30 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   mirvane::Threshold threshold;
   threshold.ReloadFromPgo();
 
-  auto clock = std::chrono::steady_clock::time_point{};
-  const auto now = [&clock] { return clock; };
-  const std::vector<mirvane::TrackResult> frames = Frames();
+  // Only the reading may throw (std::stof); running the rules must not.
+  std::optional<mirvane::rule::PeopleVeichileSettings> people_vehicle_settings;
+  std::optional<mirvane::rule::IntrusionSettings> intrusion_settings;
   try {
-    mirvane::rule::PeopleVeichile people_vehicle(mirvane::rule::PeopleVeichile::ReadFromPgo(), now);
-    mirvane::rule::Intrusion intrusion(mirvane::rule::Intrusion::ReadFromPgo(), now);
-    for (const mirvane::TrackResult& frame : frames) {
-      (void)people_vehicle.Apply(frame);
-      (void)intrusion.Apply(frame);
-      clock += std::chrono::minutes(1);
-    }
+    people_vehicle_settings = mirvane::rule::PeopleVeichile::ReadFromPgo();
   } catch (const std::invalid_argument&) {
   } catch (const std::out_of_range&) {
+  }
+  try {
+    intrusion_settings = mirvane::rule::Intrusion::ReadFromPgo();
+  } catch (const std::invalid_argument&) {
+  } catch (const std::out_of_range&) {
+  }
+
+  auto clock = std::chrono::steady_clock::time_point{};
+  const auto now = [&clock] { return clock; };
+  std::optional<mirvane::rule::PeopleVeichile> people_vehicle;
+  std::optional<mirvane::rule::Intrusion> intrusion;
+  if (people_vehicle_settings) people_vehicle.emplace(std::move(*people_vehicle_settings), now);
+  if (intrusion_settings) intrusion.emplace(std::move(*intrusion_settings), now);
+  for (const mirvane::TrackResult& frame : Frames()) {
+    if (people_vehicle) (void)people_vehicle->Apply(frame);
+    if (intrusion) (void)intrusion->Apply(frame);
+    clock += std::chrono::minutes(1);
   }
   mirvane::fuzz::TrimDebugLog();
   return 0;
