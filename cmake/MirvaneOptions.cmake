@@ -12,6 +12,20 @@ if(MIRVANE_SANITIZE)
     -fno-sanitize-recover=all)
   target_link_options(mirvane_options INTERFACE -fsanitize=${MIRVANE_SANITIZE})
 endif()
+if(MIRVANE_BUILD_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang" OR NOT CMAKE_C_COMPILER_ID STREQUAL "Clang")
+    message(FATAL_ERROR "MIRVANE_BUILD_FUZZ needs clang: configure with CC=clang CXX=clang++")
+  endif()
+  if(MIRVANE_SANITIZE)
+    message(FATAL_ERROR "MIRVANE_BUILD_FUZZ brings its own sanitizers: leave MIRVANE_SANITIZE empty")
+  endif()
+  # Coverage for the fuzzer everywhere; the fuzz targets link the libFuzzer runtime itself.
+  target_compile_options(mirvane_options INTERFACE -fsanitize=fuzzer-no-link,address,undefined
+    -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  target_link_options(mirvane_options INTERFACE -fsanitize=address,undefined)
+  # clang only: the platform wrappers keep record fields that only some backends read.
+  target_compile_options(mirvane_options INTERFACE -Wno-unused-private-field)
+endif()
 find_package(Threads REQUIRED)
 target_link_libraries(mirvane_options INTERFACE Threads::Threads)
 

@@ -77,11 +77,16 @@ ModelIds GetModelIdsFrom(const char* path) {
     file.write(chunk, static_cast<std::streamsize>(got));
     total += got;
   }
+  return GetModelIdsFrom(file);
+}
+
+ModelIds GetModelIdsFrom(std::istream& text) {
+  const ModelIds defaults;
   try {
     ModelIds ids = defaults;
     std::map<std::string, uint32_t> values;
     std::string line;
-    while (std::getline(file, line)) {
+    while (std::getline(text, line)) {
       const size_t eq = line.find('=');
       if (line.empty() || eq == std::string::npos) continue;
       const std::string key = line.substr(0, eq);

@@ -8,6 +8,7 @@
 #define MIRVANE_MODEL_MODEL_UTIL_H
 
 #include <cstdint>
+#include <iosfwd>
 #include <memory>
 #include <string>
 
@@ -32,6 +33,9 @@ struct ModelIds {
 ModelIds GetModelIds();
 // The same from another file (tests).
 ModelIds GetModelIdsFrom(const char* path);
+// The same from the text of such a file, read to its end (the file versions open the file and
+// parse it here).
+ModelIds GetModelIdsFrom(std::istream& text);
 
 // Size of the file in bytes, or 0xFFFFFFFF when it cannot be opened.
 uint32_t GetModelSize(const std::string& path);

@@ -2,7 +2,8 @@
 # Installs the Debian packages that building and testing mirvane needs, where they are missing.
 # Runs apt-get as root directly, or through sudo when it is available.
 #
-#   install-deps.sh           what the native build, the tests and the demo need
+#   install-deps.sh           what the native build, the tests and the demo need (and clang with
+#                             its libFuzzer runtime for the fuzz targets)
 #   install-deps.sh --cross   also the cross compilers, the armhf and arm64 libraries (multiarch)
 #                             and qemu-user, for the ARM builds of scripts/test.sh
 set -euo pipefail
@@ -21,6 +22,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   valgrind util-linux
   busybox shellcheck dash
+  clang-14 libclang-rt-14-dev
 )
 # The target libraries of the cross builds: the same packages for the foreign architecture (a
 # library that the daemon or its tests link belongs here as well as above). The multiarch C and C++

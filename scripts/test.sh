@@ -10,6 +10,8 @@
 #                                stand-ins of the SDK's libraries that hold only the functions it
 #                                may call, and its staging tree (cmake --install); no tests
 #   sdk-armhf  build-sdk-armhf/  the same for 32-bit ARM, with libev and Jansson linked statically
+#   fuzz     build-fuzz/     the libFuzzer targets of fuzz/ (clang): every seed corpus replayed, then
+#                            each target fuzzed for 20 s from its seeds (scripts/fuzz.sh for longer)
 #
 # Each configuration is configured and built once, into its own directory, through ccache.
 # Files that tests leave in <build>/artifacts/ (wire bytes, snapshots) must come out byte for byte
@@ -23,7 +25,9 @@
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 jobs=${MIRVANE_JOBS:-2}
-all_configs=(native asan armhf aarch64 tsan sdk sdk-armhf)
+all_configs=(native asan armhf aarch64 tsan sdk sdk-armhf fuzz)
+# Seconds of fuzzing per fuzz target.
+fuzz_seconds=20
 
 usage() {
   echo "usage: $0 [--quick] [${all_configs[*]}]..." >&2
@@ -34,7 +38,7 @@ configs=()
 while [[ $# -gt 0 ]]; do
   case $1 in
     --quick) configs+=(native) ;;
-    native|asan|armhf|aarch64|tsan|sdk|sdk-armhf) configs+=("$1") ;;
+    native|asan|armhf|aarch64|tsan|sdk|sdk-armhf|fuzz) configs+=("$1") ;;
     *) usage ;;
   esac
   shift
@@ -147,6 +151,17 @@ run_config() {
     sdk-armhf)
       sdk_build "$dir" -DCMAKE_TOOLCHAIN_FILE="$root/cmake/toolchains/armhf.cmake" \
         -DMIRVANE_STATIC_DEPS=ON
+      ;;
+    fuzz)
+      # The seed corpora replay as CTest tests; then each target runs from its seeds alone (a fresh
+      # scratch corpus), so that a run's result does not depend on earlier ones.
+      rm -rf "$dir/fuzz-ci" &&
+        configure "$dir" -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14 \
+          -DMIRVANE_BUILD_FUZZ=ON -DMIRVANE_BUILD_TESTS=OFF -DMIRVANE_BUILD_BENCH=OFF &&
+        cmake --build "$dir" -j "$jobs" --target mirvane_fuzzers &&
+        run_tests "$dir" &&
+        MIRVANE_FUZZ_BUILD_DIR=$dir MIRVANE_FUZZ_SKIP_BUILD=1 MIRVANE_FUZZ_SCRATCH=$dir/fuzz-ci \
+          "$root/scripts/fuzz.sh" "$fuzz_seconds"
       ;;
   esac
 }

@@ -1,9 +1,16 @@
 // The stand-in's reading of the wire: framing with header checks, heartbeat and event decoding,
 // and how objects are described. (Its JSON lines are checked in sysd_stand_in_test.cc and, read
-// back, in tests/eval/input_test.cc.)
+// back, in tests/eval/input_test.cc; here only what a peer's odd bytes and numbers become.)
 #include <gtest/gtest.h>
+#include <jansson.h>
 
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <functional>
+#include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -14,6 +21,11 @@
 namespace mirvane {
 namespace sysd {
 namespace {
+
+struct JsonRelease {
+  void operator()(json_t* json) const { json_decref(json); }
+};
+using JsonRef = std::unique_ptr<json_t, JsonRelease>;
 
 std::vector<uint8_t> Frame(uint32_t sync, uint32_t cmd, const std::vector<uint8_t>& body,
                            uint32_t len_override = UINT32_MAX) {
@@ -129,6 +141,53 @@ TEST(DescribeObject, NamesClassIdTriggersAndFenceDirection) {
             "vehicle #42 90% (0.25,0.50)-(0.75,1.00) snap 7 REGION FENCE-1");
   EXPECT_EQ(DescribeObject(EventObject{9, 42, 7, 2, 0.9f, {}}),
             "class9 #42 90% (0.00,0.00)-(0.00,0.00) snap 7 FENCE-2");
+}
+
+// The JSON lines that a printer writes for a peer's messages, each parsed back.
+std::vector<JsonRef> JsonLines(const std::function<void(Printer*)>& print) {
+  char* output = nullptr;
+  size_t size = 0;
+  std::FILE* stream = open_memstream(&output, &size);
+  {
+    Printer printer(stream, true, false);
+    print(&printer);
+  }
+  std::fclose(stream);
+  std::vector<JsonRef> lines;
+  std::istringstream in(std::string(output, size));
+  std::free(output);
+  for (std::string line; std::getline(in, line);) {
+    lines.emplace_back(json_loads(line.c_str(), 0, nullptr));
+  }
+  return lines;
+}
+
+TEST(PrinterJson, RawBytesAndNonFiniteNumbersKeepTheirFields) {
+  Heartbeat beat;
+  beat.alive = true;
+  beat.name = "cam\xff\x80";
+  beat.restart_command = "caf\xc3\xa9";  // valid UTF-8 stays as it is
+  Event event;
+  event.type = kObjectDetectionEvent;
+  event.count = 1;
+  event.objects.push_back(EventObject{0, 3, 1, 0, NAN, {0.5f, INFINITY, -INFINITY, 0.25f}});
+  const std::vector<JsonRef> lines = JsonLines([&](Printer* printer) {
+    printer->HeartbeatLine(1, beat);
+    printer->EventLine(1, event);
+    printer->Command(1, SYSAPI_CMD_RESTORE_CONF, 5, "from \"\xfe\"");
+  });
+  ASSERT_EQ(lines.size(), 3u);
+  EXPECT_STREQ(json_string_value(json_object_get(lines[0].get(), "name")), "cam\\xff\\x80");
+  EXPECT_STREQ(json_string_value(json_object_get(lines[0].get(), "restart_command")),
+               "caf\xc3\xa9");
+  json_t* object = json_array_get(json_object_get(lines[1].get(), "objects"), 0);
+  EXPECT_TRUE(json_is_null(json_object_get(object, "confidence")));
+  json_t* box = json_object_get(object, "box");
+  ASSERT_EQ(json_array_size(box), 4u);
+  EXPECT_DOUBLE_EQ(json_real_value(json_array_get(box, 0)), 0.5);
+  EXPECT_TRUE(json_is_null(json_array_get(box, 1)));
+  EXPECT_TRUE(json_is_null(json_array_get(box, 2)));
+  EXPECT_STREQ(json_string_value(json_object_get(lines[2].get(), "detail")), "from \"\\xfe\"");
 }
 
 }  // namespace

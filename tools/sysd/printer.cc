@@ -37,8 +37,29 @@ double WallSeconds() {
 // meant (0.62, not 0.620000005).
 constexpr int kRealDigits = 15;
 
+// JSON has no NaN or infinity: a peer's non-finite number is written as null, so that its field is
+// still there.
 json_t* Real(double value, double unit) {
+  if (!std::isfinite(value)) return json_null();
   return json_real(std::round(value / unit) * unit);
+}
+
+// A peer's text (names, paths) is raw bytes: when it is not UTF-8, every byte from 0x80 up is
+// written as "\xNN" rather than the field being left out.
+json_t* String(const std::string& text) {
+  if (json_t* valid = json_stringn(text.data(), text.size())) return valid;
+  std::string escaped;
+  for (const char c : text) {
+    const unsigned char byte = static_cast<unsigned char>(c);
+    if (byte < 0x80) {
+      escaped += c;
+    } else {
+      char hex[8];
+      std::snprintf(hex, sizeof(hex), "\\x%02x", static_cast<unsigned>(byte));
+      escaped += hex;
+    }
+  }
+  return json_stringn(escaped.data(), escaped.size());
 }
 
 json_t* Record(const char* kind, int client) {
@@ -116,7 +137,7 @@ void Printer::Dropped(int client, const std::string& reason) {
   ++stats_.dropped_clients;
   if (json_) {
     json_t* record = Record("dropped", client);
-    json_object_set_new(record, "reason", json_string(reason.c_str()));
+    json_object_set_new(record, "reason", String(reason));
     return Json(record);
   }
   Text(kRed, "dropped", "client " + std::to_string(client) + ": " + reason);
@@ -127,9 +148,8 @@ void Printer::HeartbeatLine(int client, const Heartbeat& beat) {
   if (json_) {
     json_t* record = Record("heartbeat", client);
     json_object_set_new(record, "alive", json_boolean(beat.alive));
-    json_object_set_new(record, "name", json_stringn(beat.name.data(), beat.name.size()));
-    json_object_set_new(record, "restart_command",
-                        json_stringn(beat.restart_command.data(), beat.restart_command.size()));
+    json_object_set_new(record, "name", String(beat.name));
+    json_object_set_new(record, "restart_command", String(beat.restart_command));
     return Json(record);
   }
   Text(beat.alive ? kCyan : kYellow, beat.alive ? "alive" : "released",
@@ -189,7 +209,7 @@ void Printer::BadEvent(int client, const std::string& reason) {
   ++stats_.bad_events;
   if (json_) {
     json_t* record = Record("bad_event", client);
-    json_object_set_new(record, "reason", json_string(reason.c_str()));
+    json_object_set_new(record, "reason", String(reason));
     return Json(record);
   }
   Text(kRed, "bad event", "client " + std::to_string(client) + ": " + reason);
@@ -202,7 +222,7 @@ void Printer::Command(int client, uint32_t cmd, size_t length, const std::string
     json_t* record = Record("command", client);
     json_object_set_new(record, "cmd", json_string(letter));
     json_object_set_new(record, "length", json_integer(static_cast<json_int_t>(length)));
-    json_object_set_new(record, "detail", json_string(detail.c_str()));
+    json_object_set_new(record, "detail", String(detail));
     return Json(record);
   }
   Text(kCyan, "command",
@@ -213,7 +233,7 @@ void Printer::Command(int client, uint32_t cmd, size_t length, const std::string
 void Printer::Note(const std::string& note) {
   if (json_) {
     json_t* record = Record("note", -1);
-    json_object_set_new(record, "note", json_string(note.c_str()));
+    json_object_set_new(record, "note", String(note));
     return Json(record);
   }
   Text(kCyan, "stand-in", note);
