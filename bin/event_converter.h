@@ -7,8 +7,8 @@
 #ifndef MIRVANE_BIN_EVENT_CONVERTER_H
 #define MIRVANE_BIN_EVENT_CONVERTER_H
 
-#include <cstdint>
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <unordered_map>
 #include <unordered_set>
