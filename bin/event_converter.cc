@@ -1,7 +1,6 @@
 #include "bin/event_converter.h"
 
 #include <algorithm>
-#include <chrono>
 
 #include "common/log.h"
 
@@ -23,27 +22,21 @@ T At(const std::vector<std::vector<T>>& lists, size_t i, size_t j) {
 
 }  // namespace
 
-int64_t SteadyNowNs() {
-  return std::chrono::duration_cast<std::chrono::nanoseconds>(
-             std::chrono::steady_clock::now().time_since_epoch())
-      .count();
-}
-
 SnapshotIdCache::SnapshotIdCache(std::unique_ptr<result_sender::ISnapshotGetter> getter,
-                                 MonotonicClock clock)
-    : getter_(std::move(getter)), clock_(std::move(clock)) {}
+                                 dva::SteadyNow now)
+    : getter_(std::move(getter)), now_(std::move(now)) {}
 
 int32_t SnapshotIdCache::Get(int32_t tracking_id, const VENDOR_AI_BUF& frame,
                              const TrackedObject& object) {
-  const int64_t now = clock_();
+  const dva::SteadyTimePoint now = now_();
   auto it = entries_.find(tracking_id);
   if (it == entries_.end()) {
-    const int32_t id = getter_->GetSnapshot(frame, object.xmin, object.ymin, object.xmax,
-                                            object.ymax);
+    const int32_t id =
+        getter_->GetSnapshot(frame, object.xmin, object.ymin, object.xmax, object.ymax);
     it = entries_.emplace(tracking_id, Entry{id, now}).first;
-  } else if (now - it->second.taken_at_ns > kRefreshNs) {
-    const int32_t id = getter_->GetSnapshot(frame, object.xmin, object.ymin, object.xmax,
-                                            object.ymax);
+  } else if (now - it->second.taken_at > kRefresh) {
+    const int32_t id =
+        getter_->GetSnapshot(frame, object.xmin, object.ymin, object.xmax, object.ymax);
     it->second = Entry{id, now};
   }
   return it->second.snapshot_id;
@@ -68,13 +61,12 @@ std::vector<EventObject> Convert(SnapshotIdCache& cache, const TrackResult& resu
   std::vector<WorkItem> work;
   for (size_t i = 0; i < result.objects.size(); ++i) {
     for (size_t j = 0; j < result.objects[i].size(); ++j) {
-      work.push_back(WorkItem{&result.objects[i][j], At(pv_triggers, i, j),
-                              At(int_triggers, i, j)});
+      work.push_back(
+          WorkItem{&result.objects[i][j], At(pv_triggers, i, j), At(int_triggers, i, j)});
     }
   }
-  std::sort(work.begin(), work.end(), [](const WorkItem& a, const WorkItem& b) {
-    return a.object->score > b.object->score;
-  });
+  std::sort(work.begin(), work.end(),
+            [](const WorkItem& a, const WorkItem& b) { return a.object->score > b.object->score; });
   if (work.size() > static_cast<size_t>(result_sender::kEventMaxNum)) {
     MIRVANE_LOG(kLogDebug, "Detection num [%d] over max [%d], truncated low confidence ones.\n",
                 static_cast<int>(work.size()), result_sender::kEventMaxNum);

@@ -7,8 +7,8 @@
 #ifndef MIRVANE_BIN_EVENT_CONVERTER_H
 #define MIRVANE_BIN_EVENT_CONVERTER_H
 
+#include <chrono>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <unordered_map>
 #include <unordered_set>
@@ -17,20 +17,18 @@
 #include "bin/tracked_object.h"
 #include "result_sender/event_object.h"
 #include "result_sender/snapshot_getter_interface.h"
+#include "tracking/steady_now.h"
 
 namespace mirvane {
-
-// Nanoseconds of a monotonic clock.
-using MonotonicClock = std::function<int64_t()>;
-int64_t SteadyNowNs();
 
 class SnapshotIdCache {
  public:
   // A snapshot older than this (strictly) is taken again.
-  static constexpr int64_t kRefreshNs = 1000000000;
+  static constexpr std::chrono::nanoseconds kRefresh{1000000000};
 
-  explicit SnapshotIdCache(std::unique_ptr<result_sender::ISnapshotGetter> getter,
-                           MonotonicClock clock = SteadyNowNs);
+  // now: the clock the snapshots' ages are measured on.
+  SnapshotIdCache(std::unique_ptr<result_sender::ISnapshotGetter> getter,
+                  dva::SteadyNow now = dva::RealSteadyNow());
 
   int32_t Get(int32_t tracking_id, const VENDOR_AI_BUF& frame, const TrackedObject& object);
   // Forgets the ids of the tracks that ended; unknown ids are ignored.
@@ -40,10 +38,10 @@ class SnapshotIdCache {
  private:
   struct Entry {
     int32_t snapshot_id;
-    int64_t taken_at_ns;
+    dva::SteadyTimePoint taken_at;
   };
   std::unique_ptr<result_sender::ISnapshotGetter> getter_;
-  MonotonicClock clock_;
+  dva::SteadyNow now_;
   std::unordered_map<int32_t, Entry> entries_;
 };
 

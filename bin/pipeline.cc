@@ -6,6 +6,7 @@
 #include "bin/daemon_threads.h"
 #include "bin/liveness.h"
 #include "bin/obj_detect_tracker.h"
+#include "bin/pipeline_clock.h"
 #include "bin/process_flags.h"
 #include "bin/result_stage.h"
 #include "bin/threshold.h"
@@ -42,12 +43,14 @@ void DebugLog(const DetectionsPerClass& detections) {
 
 void RunModelPipeline() {
   try {
+    // The clock of every age, dwell time and expiry below (see pipeline_clock.h).
+    const dva::SteadyNow now = PipelineNow;
     Threshold thresholds;
     HdModule arena;
     image_reader::StreamReader reader;
     NanoTrack model(kNetworkProcId, thresholds.detection, arena);
     std::unique_ptr<dva::ObjDetectTracker> tracker;
-    ResultStage results(std::make_unique<result_sender::SnapshotGetter>(arena));
+    ResultStage results(std::make_unique<result_sender::SnapshotGetter>(arena), now);
     std::unique_ptr<image_reader::IReader::Image> image;
 
     int retries = 0;
@@ -57,8 +60,8 @@ void RunModelPipeline() {
         g_reload_config.store(0);  // first: a change during the reload reloads again
         thresholds.ReloadFromPgo();
         {
-          auto fresh =
-              std::make_unique<dva::ObjDetectTracker>(NanoTrack::kClassCount, thresholds.tracking);
+          auto fresh = std::make_unique<dva::ObjDetectTracker>(NanoTrack::kClassCount,
+                                                               thresholds.tracking, now);
           tracker.swap(fresh);
         }
         results.Reload();

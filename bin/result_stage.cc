@@ -2,16 +2,16 @@
 
 namespace mirvane {
 
-ResultStage::ResultStage(std::unique_ptr<result_sender::ISnapshotGetter> getter)
-    : cache_(std::move(getter)) {}
+ResultStage::ResultStage(std::unique_ptr<result_sender::ISnapshotGetter> getter, dva::SteadyNow now)
+    : now_(std::move(now)), cache_(std::move(getter), now_) {}
 
 void ResultStage::Reload() {
   {
-    auto fresh = std::make_unique<rule::PeopleVeichile>(rule::PeopleVeichile::ReadFromPgo());
+    auto fresh = std::make_unique<rule::PeopleVeichile>(rule::PeopleVeichile::ReadFromPgo(), now_);
     people_vehicle_.swap(fresh);
   }
   {
-    auto fresh = std::make_unique<rule::Intrusion>(rule::Intrusion::ReadFromPgo());
+    auto fresh = std::make_unique<rule::Intrusion>(rule::Intrusion::ReadFromPgo(), now_);
     intrusion_.swap(fresh);
   }
 }

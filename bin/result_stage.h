@@ -15,12 +15,14 @@
 #include "bin/rule/people_vehicle.h"
 #include "bin/tracked_object.h"
 #include "result_sender/event_sender.h"
+#include "tracking/steady_now.h"
 
 namespace mirvane {
 
 class ResultStage {
  public:
-  explicit ResultStage(std::unique_ptr<result_sender::ISnapshotGetter> getter);
+  // now: the pipeline's clock, for the rules and the snapshot-id cache.
+  ResultStage(std::unique_ptr<result_sender::ISnapshotGetter> getter, dva::SteadyNow now);
   ResultStage(const ResultStage&) = delete;
   ResultStage& operator=(const ResultStage&) = delete;
 
@@ -31,6 +33,7 @@ class ResultStage {
                                    uint64_t timestamp);
 
  private:
+  dva::SteadyNow now_;
   std::unique_ptr<rule::PeopleVeichile> people_vehicle_;
   std::unique_ptr<rule::Intrusion> intrusion_;
   SnapshotIdCache cache_;

@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# Runs inside a private namespace (see scenarios.sh): one scene as fast as the daemon takes it,
-# the stand-in's JSON lines and the snapshots kept, then the evaluator against the scene's ground
-# truth. Optional fifth argument: the frame rate of the simulated camera (fewer frames, shorter run).
+# Runs inside a private namespace (see scenarios.sh): one scene on virtual time as fast as the
+# daemon takes it, the stand-in's JSON lines and the snapshots kept, then the evaluator against the
+# scene's ground truth.
 set -euo pipefail
-root=$1 build=$2 scene=$3 out=$4 fps=${5:-25}
+root=$1 build=$2 scene=$3 out=$4
 mkdir -p /tmp/log /tmp/mirvane-sim
 cat > /tmp/mirvane-sim/sim.json <<JSON
-{"video": {"scene": "$scene", "pace": "fast", "fps": $fps,
-           "ground_truth": "/tmp/mirvane-sim/ground_truth.csv"}}
+{"clock": "virtual",
+ "video": {"scene": "$scene", "pace": "fast", "ground_truth": "/tmp/mirvane-sim/ground_truth.csv"}}
 JSON
 "$build/tools/mirvane-param/mirvane-param" load "$root/scripts/demo-settings.json" >/dev/null
 rm -rf "$out/$scene.snapshots"

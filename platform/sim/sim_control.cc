@@ -43,10 +43,6 @@ json_t* mirvane_sim_settings_section(const char* name) {
   return json_incref(json_object_get(CurrentSettings()->raw.get(), name));
 }
 
-int mirvane_sim_fault(const char* call) {
-  return call == nullptr ? 0 : mirvane::sim::FaultCode(call);
-}
-
 void* mirvane_sim_device_view(UINT32 phy_addr, UINT32 size) {
   if (!mirvane::sim::FitsU32(phy_addr) || !mirvane::sim::FitsU32(size)) return nullptr;
   return mirvane::sim::DeviceMemory::Instance().View(static_cast<uint32_t>(phy_addr),

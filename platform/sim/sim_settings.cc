@@ -224,6 +224,15 @@ bool ParseSettings(json_t* root, Settings* out, std::string* error) {
   r.String("state_dir", &out->state_dir);
   r.String("param_store", &out->param_store);
   if (out->state_dir.empty()) r.Fail("state_dir", "a directory");
+  std::string clock = out->clock == Clock::kVirtual ? "virtual" : "real";
+  r.String("clock", &clock);
+  if (clock == "virtual") {
+    out->clock = Clock::kVirtual;
+  } else if (clock == "real") {
+    out->clock = Clock::kReal;
+  } else {
+    r.Fail("clock", "\"real\" or \"virtual\"");
+  }
   if (json_t* memory = r.Object("memory")) {
     Reader m(memory, "memory.", error);
     if (json_t* pools = m.Array("pools")) ParsePools(pools, &out->pools, error);

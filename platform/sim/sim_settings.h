@@ -26,6 +26,10 @@ struct PoolSetting {
 
 enum class Pace { kRealTime, kFast };
 
+// What the daemon's pipeline clock reads (see pipeline_clock_sim.cc): the steady clock, or virtual
+// time that advances with the frames the video output delivers.
+enum class Clock { kReal, kVirtual };
+
 struct VideoSetting {
   uint32_t path = 0x24000107;
   uint32_t width = 1920;
@@ -62,6 +66,7 @@ struct Settings {
   VideoSetting video;
   EncoderSetting encoder;
   bool reject_odd_source_offsets = false;
+  Clock clock = Clock::kReal;
   std::vector<FaultRule> faults;
   std::shared_ptr<json_t> raw;  // the whole file, for the sections of other parts
 };

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cinttypes>
 #include <condition_variable>
@@ -24,7 +25,9 @@
 #include "fault_injector.h"
 #include "frame_source.h"
 #include "hd_videoproc.h"
+#include "mirvane_sim.h"
 #include "platform_state.h"
+#include "sim_clock.h"
 #include "sim_control.h"
 #include "sim_settings.h"
 
@@ -33,6 +36,8 @@ namespace sim {
 namespace {
 
 constexpr int32_t kVideoBlockBase = 0x7f0000;  // ids of the frame buffers (not pool blocks)
+
+std::atomic<int64_t> g_latest_frame_us{0};  // timestamp of the latest frame handed out
 
 int64_t MonotonicMicros() {
   struct timespec ts;
@@ -230,6 +235,7 @@ int VideoOutput::Pull(HD_PATH_ID path, HD_VIDEO_FRAME* frame, INT32 wait_ms) {
     buffer->state = BufferState::kHeld;
     const uint64_t count = static_cast<uint64_t>(seq) + 1;
     WriteTruth(count, static_cast<uint64_t>(timestamp), index);
+    g_latest_frame_us.store(timestamp, std::memory_order_relaxed);
 
     *frame = HD_VIDEO_FRAME();
     frame->sign = HD_VIDEO_FRAME_SIGN;
@@ -269,6 +275,10 @@ int VideoOutput::Release(HD_PATH_ID path, const HD_VIDEO_FRAME* frame) {
 
 }  // namespace
 
+int64_t LatestFrameMicros() {
+  return g_latest_frame_us.load(std::memory_order_relaxed);
+}
+
 bool StopVideoOutput() {
   return VideoOutput::Instance().Stop();
 }
@@ -277,6 +287,13 @@ bool StopVideoOutput() {
 }  // namespace mirvane
 
 extern "C" {
+
+// Here rather than with the other control calls: the network runtime reaches it through a weak
+// reference, which does not pull a member out of the static library, and a program that pulls
+// frames pulls this one.
+int mirvane_sim_fast_pace(void) {
+  return mirvane::sim::CurrentSettings()->video.pace == mirvane::sim::Pace::kFast ? 1 : 0;
+}
 
 HD_RESULT hd_videoproc_pull_out_buf(HD_PATH_ID path_id, HD_VIDEO_FRAME* p_video_frame,
                                     INT32 wait_ms) {

@@ -164,7 +164,8 @@ class CountingGetter : public result_sender::ISnapshotGetter {
 
 struct Harness {
   explicit Harness(int32_t first_id = 1)
-      : cache(std::make_unique<CountingGetter>(&calls, first_id), [this] { return now_ns; }) {}
+      : cache(std::make_unique<CountingGetter>(&calls, first_id),
+              [this] { return dva::SteadyTimePoint(std::chrono::nanoseconds(now_ns)); }) {}
   int calls = 0;
   int64_t now_ns = 0;
   SnapshotIdCache cache;

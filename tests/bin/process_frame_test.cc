@@ -99,7 +99,11 @@ TEST(DaemonStop, TheLastSignalDecidesTheFinalHeartbeat) {
 
 TEST(DaemonStop, RunsAndStopsWithoutASystemDaemon) {
   Subprocess daemon({MIRVANE_DAEMON_PATH});
-  std::this_thread::sleep_for(milliseconds(300));
+  // Once the pipeline has loaded its settings, the signal handlers are in place (they are
+  // installed before the threads start); a fixed wait can end before that under an emulator.
+  ASSERT_TRUE(WaitUntil([&] { return daemon.ReadOut().find("Reload config") != std::string::npos; },
+                        seconds(30)))
+      << daemon.ReadOut();
   daemon.Signal(SIGTERM);
   ASSERT_TRUE(daemon.Wait(seconds(15)));
   EXPECT_EQ(daemon.result().exit_code, 0);

@@ -34,21 +34,13 @@ void SetSetting(const std::string& key, const std::string& json_value) {
   json_decref(value);
 }
 
-void Prepare(const RunSetup& s) {
-  std::string scene = s.scene;
-  if (scene[0] == '{') {
-    scene = "/tmp/mirvane-sim/scene.json";
-    WriteText(scene, s.scene);
-  }
-  WriteText("/tmp/mirvane-sim/sim.json",
-            "{\"video\": {\"scene\": \"" + scene + "\", \"pace\": \"" + s.pace +
-                "\", \"loop\": " + (s.loop ? "true" : "false") + ", \"ground_truth\": \"" +
-                kGroundTruth + "\"}" + (s.sim_extra.empty() ? "" : ", ") + s.sim_extra + "}\n");
-  mirvane_sim_reload_settings();
+namespace {
 
+// The ideal network's model file, with the model id file pointing at it.
+void WriteIdealModel(const std::vector<std::string>& model_args) {
   const char* model = "/tmp/mirvane-sim/ideal_model.bin";
   std::vector<std::string> argv = {MIRVANE_MODEL_TOOL_PATH, "write", "--ideal"};
-  argv.insert(argv.end(), s.model_args.begin(), s.model_args.end());
+  argv.insert(argv.end(), model_args.begin(), model_args.end());
   argv.push_back(model);
   Subprocess tool(argv);
   ASSERT_TRUE(tool.Wait(seconds(30)));
@@ -59,7 +51,10 @@ void Prepare(const RunSetup& s) {
                 "kHm2Path=a0000096\nkHm3Path=a00000a7\nkReg1Path=a000007e\nkReg2Path=a0000094\n"
                 "kReg3Path=a00000a5\nkTracking1Path=a0000081\nkTracking2Path=a0000095\n"
                 "kTracking3Path=a00000a6\n");
+}
 
+// The rules of the setup, in the parameter store.
+void StoreRules(const RunSetup& s) {
   char rules[1024];
   std::snprintf(rules, sizeof(rules),
                 "{\"Threshold\": {\"Detection\": 35, \"Tracking\": 60},"
@@ -71,6 +66,25 @@ void Prepare(const RunSetup& s) {
                 s.region.c_str(), s.dwell_seconds, s.dwell_seconds, s.fence.c_str(),
                 s.fence_directions);
   SetSetting("Custom.Dva", rules);
+}
+
+}  // namespace
+
+void Prepare(const RunSetup& s) {
+  std::string scene = s.scene;
+  if (scene[0] == '{') {
+    scene = "/tmp/mirvane-sim/scene.json";
+    WriteText(scene, s.scene);
+  }
+  WriteText("/tmp/mirvane-sim/sim.json",
+            "{\"clock\": \"" + s.clock + "\", \"video\": {\"scene\": \"" + scene +
+                "\", \"pace\": \"" + s.pace + "\", \"loop\": " + (s.loop ? "true" : "false") +
+                ", \"ground_truth\": \"" + kGroundTruth + "\"}" +
+                (s.sim_extra.empty() ? "" : ", ") + s.sim_extra + "}\n");
+  mirvane_sim_reload_settings();
+
+  if (s.ideal_model) WriteIdealModel(s.model_args);
+  StoreRules(s);
 }
 
 }  // namespace e2e

@@ -22,7 +22,9 @@ void SetSetting(const std::string& key, const std::string& json_value);
 
 struct RunSetup {
   std::string scene = "default";        // a shipped scene's name or a scene as JSON text
+  std::string clock = "virtual";        // or "real"
   std::string pace = "fast";            // or "realtime"
+  bool ideal_model = true;  // else the network the build installs, imperfections and all
   bool loop = false;                    // the scene starts again at its end
   std::string sim_extra;                // further members of the simulation's settings ("faults")
   std::vector<std::string> model_args;  // for mirvane-model, e.g. {"--delay-ms", "400"}
@@ -32,8 +34,8 @@ struct RunSetup {
   int fence_directions = 3;
 };
 
-// Writes the simulation's settings, the ideal model with the model id file pointing at it, and
-// the rules (detection threshold 35 %, tracking 60 %; region for people and vehicles, fence for
+// Writes the simulation's settings, the ideal model with the model id file pointing at it (unless
+// the installed model is asked for), and the rules (detection threshold 35 %, tracking 60 %; region for people and vehicles, fence for
 // people and vehicles).
 void Prepare(const RunSetup& s);
 

@@ -1,12 +1,14 @@
 // The simulated video output and the scene renderer behind it. The output through the platform's
 // C API: the queue that a non-releasing consumer starves, waiting pulls, checks of the frames given
-// back, and the end of the source. The scenes: the shipped ones, the refusal of bad ones, and
-// rendering that depends on nothing else than the scene and the frame. (The frame record is checked
-// through the frame reader. That the pixels show the ground truth, boxes follow their keys and are
-// clipped to the picture, by the model and end-to-end suites, which render and decode the scenes.)
+// back, the end of the source, and the pipeline clock that follows the frames. The scenes: the
+// shipped ones, the refusal of bad ones, and rendering that depends on nothing else than the scene
+// and the frame. (The frame record is checked through the frame reader. That the pixels show the
+// ground truth, boxes follow their keys and are clipped to the picture, by the model and end-to-end
+// suites, which render and decode the scenes.)
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <fstream>
 #include <string>
 #include <thread>
@@ -14,6 +16,7 @@
 
 #include "hdal.h"
 #include "scene.h"
+#include "sim_clock.h"
 #include "sim_test_support.h"
 
 namespace mirvane {
@@ -77,6 +80,41 @@ TEST(VideoOutput, AnEndedSourceFailsEveryPull) {
   }
   EXPECT_EQ(hd_videoproc_pull_out_buf(kPath, &frame, -1), HD_ERR_NOT_START);
   EXPECT_EQ(hd_videoproc_pull_out_buf(kPath, &frame, -1), HD_ERR_NOT_START);
+}
+
+// The daemon's pipeline clock on this host: on virtual time the steady clock's epoch plus the
+// timestamp of the latest frame handed out; on the real clock (the default, and what a bad value
+// leaves in force) the steady clock itself.
+TEST(PipelineClock, FollowsTheFramesOnVirtualTimeAndTheSteadyClockOtherwise) {
+  using std::chrono::steady_clock;
+  struct Case {
+    const char* clock_member;
+    bool virtual_time;
+    int reload_result;
+  };
+  for (const Case& c :
+       {Case{R"("clock": "virtual", )", true, 0}, Case{"", false, 0},
+        Case{R"("clock": "real", )", false, 0}, Case{R"("clock": "wall", )", false, -1}}) {
+    SCOPED_TRACE(c.clock_member);
+    UseSimSettings("{" + std::string(c.clock_member) + FastVideo().substr(1));
+    EXPECT_EQ(mirvane_sim_reload_settings(), c.reload_result);
+    PlatformUp platform;
+    HD_VIDEO_FRAME frame;
+    for (int i = 0; i < 3; ++i) {
+      ASSERT_EQ(hd_videoproc_pull_out_buf(kPath, &frame, -1), HD_OK);
+      hd_videoproc_release_out_buf(kPath, &frame);
+    }
+    const steady_clock::time_point before = steady_clock::now();
+    const steady_clock::time_point now = PipelineTime();
+    if (c.virtual_time) {
+      EXPECT_EQ(frame.timestamp, 1000000u + 2 * 40000u);
+      EXPECT_EQ(now.time_since_epoch(), std::chrono::microseconds(frame.timestamp));
+      EXPECT_EQ(PipelineTime(), now) << "time stands still between frames";
+    } else {
+      EXPECT_GE(now, before);
+      EXPECT_LE(now, steady_clock::now());
+    }
+  }
 }
 
 Scene Load(const std::string& name) {

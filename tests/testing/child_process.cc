@@ -63,7 +63,32 @@ uint16_t ElfMachine(const std::string& path) {
                    : static_cast<uint16_t>(h[19] << 8 | h[18]);
 }
 
+// The emulator of a cross build runs this process's code but cannot start another program of the
+// target architecture by itself: such a program starts through the emulator too.
+std::vector<std::string> TargetArgv(const std::vector<std::string>& argv) {
+  std::vector<std::string> command = argv;
+  if (!kTargetEmulator.empty() && !argv.empty() &&
+      ElfMachine(argv[0]) == ElfMachine("/proc/self/exe")) {
+    command.insert(command.begin(), kTargetEmulator.begin(), kTargetEmulator.end());
+  }
+  return command;
+}
+
 }  // namespace
+
+bool UnderEmulator() {
+  return !kTargetEmulator.empty();
+}
+
+std::string ShellCommand(const std::vector<std::string>& argv) {
+  std::string command;
+  for (const std::string& word : TargetArgv(argv)) {
+    std::string quoted = "'";
+    for (char c : word) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    command += (command.empty() ? "" : " ") + quoted + "'";
+  }
+  return command;
+}
 
 std::string ReadFileOrEmpty(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
@@ -96,13 +121,7 @@ ChildResult RunInChild(const std::function<void()>& body) {
 
 Subprocess::Subprocess(const std::vector<std::string>& argv)
     : out_path_(CapturePath("out")), err_path_(CapturePath("err")) {
-  // The emulator of a cross build runs this process's code but cannot start another program of
-  // the target architecture by itself: such a program starts through the emulator too.
-  std::vector<std::string> command = argv;
-  if (!kTargetEmulator.empty() && !argv.empty() &&
-      ElfMachine(argv[0]) == ElfMachine("/proc/self/exe")) {
-    command.insert(command.begin(), kTargetEmulator.begin(), kTargetEmulator.end());
-  }
+  std::vector<std::string> command = TargetArgv(argv);
   std::vector<char*> args;
   for (std::string& arg : command) args.push_back(&arg[0]);
   args.push_back(nullptr);

@@ -49,6 +49,13 @@ class Subprocess {
   ChildResult result_;
 };
 
+// True in a cross build, whose test programs run under a user-mode emulator.
+bool UnderEmulator();
+
+// A /bin/sh command line that runs argv as Subprocess would (through the emulator in a cross
+// build), each word quoted: for programs that others start, such as the stand-in's restart command.
+std::string ShellCommand(const std::vector<std::string>& argv);
+
 // Polls condition every 10 ms until it holds or the timeout passes; returns its last value.
 bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout);
 

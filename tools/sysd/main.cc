@@ -26,7 +26,8 @@ void Usage(FILE* out) {
                "  --duration S           stop after S seconds (default: until Ctrl-C)\n"
                "  --daemon-output FILE   append the started daemon's output to FILE\n"
                "  --max-clients N        clients served at once (64)\n"
-               "  --keep-snapshots DIR   copy each new snapshot of a track into DIR\n");
+               "  --keep-snapshots DIR   copy each new snapshot of a track into DIR\n"
+               "  --record-events FILE   write every event's payload, as received, to FILE\n");
 }
 
 bool ParseNumber(const char* text, double* value) {
@@ -50,6 +51,7 @@ int main(int argc, char** argv) {
     kTimeout,
     kMaxRestarts,
     kKeepSnapshots,
+    kRecordEvents,
     kDuration,
     kOutput,
     kMaxClients,
@@ -67,6 +69,7 @@ int main(int argc, char** argv) {
                                     {"daemon-output", required_argument, nullptr, kOutput},
                                     {"max-clients", required_argument, nullptr, kMaxClients},
                                     {"keep-snapshots", required_argument, nullptr, kKeepSnapshots},
+                                    {"record-events", required_argument, nullptr, kRecordEvents},
                                     {"help", no_argument, nullptr, kHelp},
                                     {nullptr, 0, nullptr, 0}};
   int opt;
@@ -111,6 +114,9 @@ int main(int argc, char** argv) {
         break;
       case kKeepSnapshots:
         options.keep_snapshots = optarg;
+        break;
+      case kRecordEvents:
+        options.record_events = optarg;
         break;
       case kMaxClients:
         options.max_clients = number < 1 ? 1 : static_cast<int>(number);

@@ -10,6 +10,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstring>
 #include <map>
 #include <memory>
@@ -97,6 +98,7 @@ class StandIn {
 
   StandInOptions options_;
   Printer printer_;
+  std::unique_ptr<FILE, int (*)(FILE*)> record_{nullptr, &std::fclose};  // when events are recorded
   Supervisor supervisor_;
   std::unique_ptr<SnapshotKeeper> keeper_;  // when snapshots are kept
   struct ev_loop* loop_ = nullptr;
@@ -146,6 +148,14 @@ bool StandIn::Listen() {
 }
 
 int StandIn::Run() {
+  if (!options_.record_events.empty()) {
+    record_.reset(std::fopen(options_.record_events.c_str(), "wbe"));
+    if (!record_) {
+      std::fprintf(stderr, "mirvane-sysd: cannot write %s: %s\n", options_.record_events.c_str(),
+                   std::strerror(errno));
+      return 1;
+    }
+  }
   if (!Listen()) return 1;
   loop_ = ev_default_loop(EVFLAG_NOENV);
   if (loop_ == nullptr) {
@@ -215,6 +225,10 @@ void StandIn::Read(Client* client) {
 bool StandIn::Handle(Client* client, const Message& message) {
   switch (message.cmd) {
     case SYSAPI_CMD_EVENT: {
+      if (record_ && std::fwrite(message.body.data(), 1, message.body.size(), record_.get()) !=
+                         message.body.size()) {
+        printer_.Note("cannot record the event: " + std::string(std::strerror(errno)));
+      }
       Event event;
       std::string error;
       if (DecodeEvent(message.body, &event, &error)) {

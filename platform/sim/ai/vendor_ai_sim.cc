@@ -116,9 +116,15 @@ UINT32 ParamBits(const VENDOR_AI_NET_PARAM_ID* param_id) {
   return bits;
 }
 
-bool IsInputPath(UINT32 id) { return (id & 0xf0000000u) == 0x90000000u; }
-bool IsOutputPath(UINT32 id) { return (id & 0xf0000000u) == 0xa0000000u; }
-bool IsKnownParam(UINT32 id) { return id == 0 || id == 1 || id == 4 || id == 5 || (id >= 20 && id <= 22) || id == 41; }
+bool IsInputPath(UINT32 id) {
+  return (id & 0xf0000000u) == 0x90000000u;
+}
+bool IsOutputPath(UINT32 id) {
+  return (id & 0xf0000000u) == 0xa0000000u;
+}
+bool IsKnownParam(UINT32 id) {
+  return id == 0 || id == 1 || id == 4 || id == 5 || (id >= 20 && id <= 22) || id == 41;
+}
 
 // Checks the runtime and the process id; on success *net is the network.
 HD_RESULT Lookup(Runtime& rt, UINT32 proc_id, Network** net) {
@@ -160,8 +166,7 @@ HD_RESULT OpenNetwork(Network& net) {
     }
     const ModelCheck check = ParseModel(map.data(), map.size(), &model);
     if (check.code != 0) {
-      std::fprintf(stderr, "vendor_ai: model refused (%d): %s\n", check.code,
-                   check.reason.c_str());
+      std::fprintf(stderr, "vendor_ai: model refused (%d): %s\n", check.code, check.reason.c_str());
       return static_cast<HD_RESULT>(check.code);
     }
   }
@@ -171,7 +176,8 @@ HD_RESULT OpenNetwork(Network& net) {
     DecodeFixedFormat(out.format, &format);
     net.output_formats.push_back(format);
     net.output_offsets.push_back(offset);
-    const size_t bytes = static_cast<size_t>(out.width) * out.height * out.channels * format.bytes();
+    const size_t bytes =
+        static_cast<size_t>(out.width) * out.height * out.channels * format.bytes();
     offset += (bytes + kOutputAlign - 1) / kOutputAlign * kOutputAlign;
   }
   net.workbuf_size = offset;
@@ -286,8 +292,8 @@ void SleepMs(uint32_t ms) {
 }  // namespace mirvane
 
 using mirvane::sim::ai::Instance;
-using mirvane::sim::ai::Network;
 using mirvane::sim::ai::NetState;
+using mirvane::sim::ai::Network;
 using mirvane::sim::ai::Runtime;
 
 extern "C" {
@@ -300,6 +306,13 @@ static int InjectedFault(const char* call) {
   return mirvane_sim_fault != nullptr ? mirvane_sim_fault(call) : 0;
 }
 
+// The platform simulation's pace, when it is linked in: at fast pace no run time is simulated.
+int mirvane_sim_fast_pace(void) __attribute__((weak));
+
+static bool FastPace() {
+  return mirvane_sim_fast_pace != nullptr && mirvane_sim_fast_pace() != 0;
+}
+
 void* vendor_ai_cpu1_get_engine(void) {
   return const_cast<int*>(&mirvane::sim::ai::kEngineToken);
 }
@@ -310,9 +323,14 @@ HD_RESULT vendor_ai_cfg_set(VENDOR_AI_CFG_ID cfg_id, void* p_param) {
   if (rt.initialised) return HD_ERR_STATE;
   if (p_param == nullptr) return HD_ERR_NULL_PTR;
   switch (cfg_id) {
-    case VENDOR_AI_CFG_PLUGIN_ENGINE: rt.engine = p_param; return HD_OK;
-    case VENDOR_AI_CFG_PROC_SCHD: rt.scheduler = *static_cast<UINT32*>(p_param); return HD_OK;
-    default: return HD_ERR_NOT_SUPPORT;
+    case VENDOR_AI_CFG_PLUGIN_ENGINE:
+      rt.engine = p_param;
+      return HD_OK;
+    case VENDOR_AI_CFG_PROC_SCHD:
+      rt.scheduler = *static_cast<UINT32*>(p_param);
+      return HD_OK;
+    default:
+      return HD_ERR_NOT_SUPPORT;
   }
 }
 
@@ -346,7 +364,8 @@ HD_RESULT vendor_ai_net_set(UINT32 proc_id, VENDOR_AI_NET_PARAM_ID param_id, voi
     if (IsInputPath(id)) return SetInput(net, id, *static_cast<const VENDOR_AI_BUF*>(p_param));
     if (IsOutputPath(id)) return HD_ERR_PATH;
     const bool option = id == VENDOR_AI_NET_PARAM_CFG_MODEL ||
-                        id == VENDOR_AI_NET_PARAM_CFG_JOB_OPT || id == VENDOR_AI_NET_PARAM_CFG_BUF_OPT;
+                        id == VENDOR_AI_NET_PARAM_CFG_JOB_OPT ||
+                        id == VENDOR_AI_NET_PARAM_CFG_BUF_OPT;
     if (option && net.state != NetState::kClosed) return HD_ERR_STATE;
     switch (id) {
       case VENDOR_AI_NET_PARAM_CFG_MODEL: {
@@ -433,8 +452,8 @@ HD_RESULT vendor_ai_net_proc(UINT32 proc_id) {
     if (r == HD_OK) delay_ms = net.model.settings.delay_ms;
     return r;
   });
-  // The accelerator's run time, spent without holding the runtime.
-  if (delay_ms > 0) mirvane::sim::ai::SleepMs(delay_ms);
+  // The accelerator's run time, spent without holding the runtime (none at fast pace).
+  if (delay_ms > 0 && !FastPace()) mirvane::sim::ai::SleepMs(delay_ms);
   return result;
 }
 

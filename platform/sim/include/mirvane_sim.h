@@ -5,6 +5,9 @@
  * The simulation reads its own settings file: the path in the environment variable
  * MIRVANE_SIM_SETTINGS, or "/tmp/mirvane-sim/sim.json". A missing file means all defaults. Keys
  * (all optional):
+ *   "clock"        "real" (the default) or "virtual": what the daemon's pipeline clock reads, the
+ *                  steady clock or virtual time (the steady clock's epoch plus the timestamp of
+ *                  the latest frame delivered; see platform/README.md)
  *   "state_dir"    where the shared device memory and its pool table live ("/tmp/mirvane-sim")
  *   "param_store"  the parameter store file ("<state_dir>/params.json")
  *   "memory":  {"pools": [{"type": 106, "blk_size": 33554432, "blk_cnt": 1, "ddr_id": 0}, ...]}
@@ -36,38 +39,42 @@ extern "C" {
 int mirvane_sim_reload_settings(void);
 
 /* The settings file in force. */
-const char *mirvane_sim_settings_path(void);
+const char* mirvane_sim_settings_path(void);
 
 /* The state directory in force. */
-const char *mirvane_sim_state_dir(void);
+const char* mirvane_sim_state_dir(void);
 
 /* A section of the settings file by name (new reference), or NULL. */
-json_t *mirvane_sim_settings_section(const char *name);
+json_t* mirvane_sim_settings_section(const char* name);
+
+/* 1 when the video output runs at fast pace ("pace": "fast"), else 0. The simulated hardware then
+ * spends no time of its own: the network runtime skips its model's run time. */
+int mirvane_sim_fast_pace(void);
 
 /* Counts one call of the named platform function and returns the error code that fault
  * injection gives this call, or 0 when it runs normally. */
-int mirvane_sim_fault(const char *call);
+int mirvane_sim_fault(const char* call);
 
 /* The simulation's own view of device memory: a pointer to size bytes at phy_addr, or NULL when
  * the range is not device memory. Used by the simulated hardware (scaler, encoder, network). */
-void *mirvane_sim_device_view(UINT32 phy_addr, UINT32 size);
+void* mirvane_sim_device_view(UINT32 phy_addr, UINT32 size);
 
 /* The parameter store, write side (how other processes change the store: atomically, under a
  * lock). Keys are dotted as for pgo_push_key; setting creates missing objects on the way.
  * Return 0, or -1 (store unreadable or not writable), -2 (no such key, or a non-object on the
  * way). */
-int mirvane_param_set(const char *key, json_t *value); /* value is borrowed */
-int mirvane_param_delete(const char *key);
+int mirvane_param_set(const char* key, json_t* value); /* value is borrowed */
+int mirvane_param_delete(const char* key);
 /* Sets every member of object (its keys may be dotted) in one write. */
-int mirvane_param_load(json_t *object);
+int mirvane_param_load(json_t* object);
 /* A new reference to the value under key (NULL when absent); the whole store for NULL or "". */
-json_t *mirvane_param_get(const char *key);
+json_t* mirvane_param_get(const char* key);
 /* The store file in force. */
-const char *mirvane_param_store_path(void);
+const char* mirvane_param_store_path(void);
 
 /* Stops and frees an observer (its loop must not be running); the camera's library has no such
  * call, the daemon keeps its observer to the end. */
-void mirvane_param_observer_free(param_observer_t *observer);
+void mirvane_param_observer_free(param_observer_t* observer);
 
 #ifdef __cplusplus
 }

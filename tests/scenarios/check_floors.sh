@@ -1,17 +1,17 @@
 #!/usr/bin/env bash
-# Runs every scene named in the floors file through the daemon at 5 frames a second (each in its
-# own namespace), prints the metrics, and fails when a scene scores under a floor.
-#   reduced.sh SOURCE_DIR BUILD_DIR FLOORS_FILE
+# Runs every scene named in the floors file through the daemon on virtual time at fast pace (each in
+# its own namespace), prints the metrics, and fails when a scene scores under a floor.
+#   check_floors.sh SOURCE_DIR BUILD_DIR FLOORS_FILE
 set -euo pipefail
 root=$1 build=$2 floors=$3
-out=$build/scenarios-reduced
+out=$build/scenarios-test
 mkdir -p "$out"
 failed=0
 while read -r scene mota idf1 hota max_fp; do
   [[ -z $scene || $scene == \#* ]] && continue
   "$build/tools/hostns/mirvane-ns" --keep "$root" --keep "$build" \
     --etc "tolvern-ai=$build/models" -- \
-    bash "$root/scripts/scenario-inside.sh" "$root" "$build" "$scene" "$out" 5
+    bash "$root/scripts/scenario-inside.sh" "$root" "$build" "$scene" "$out"
   echo "== $scene"
   cat "$out/$scene.metrics.txt"
   # The value after a metric's name in the table ("-" when undefined).
