@@ -2,16 +2,63 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <limits>
 #include <numeric>
 #include <vector>
 
 namespace mirvane {
 namespace {
 
+// expf of the softmax exponents, remembered by bit pattern for one Decode call. The regression
+// tensors come from fixed-point values, so one frame's exponents (a bin minus its side's maximum)
+// take only a few hundred distinct values; a repeated exponent costs a table probe instead of an
+// expf call, with the very same result. Direct-mapped: a collision just computes again.
+class ExpMemo {
+ public:
+  ExpMemo() {
+    // Every slot starts as the true pair (1, expf(1)): an exponent is never positive, and should
+    // one be, the answer is still right.
+    const float one = 1.0f;
+    const uint32_t one_bits = Bits(one);
+    const float e = std::exp(one);
+    for (std::size_t i = 0; i < kSlots; ++i) {
+      keys_[i] = one_bits;
+      values_[i] = e;
+    }
+  }
+  ExpMemo(const ExpMemo&) = delete;
+  ExpMemo& operator=(const ExpMemo&) = delete;
+
+  float Exp(float x) {
+    const uint32_t bits = Bits(x);
+    const std::size_t slot = (bits * 0x9e3779b1u) >> (32 - kSlotBits);
+    if (keys_[slot] != bits) {
+      keys_[slot] = bits;
+      values_[slot] = std::exp(x);  // the single-precision expf
+    }
+    return values_[slot];
+  }
+
+ private:
+  static constexpr int kSlotBits = 9;
+  static constexpr std::size_t kSlots = std::size_t{1} << kSlotBits;
+
+  static uint32_t Bits(float x) {
+    uint32_t bits;
+    std::memcpy(&bits, &x, sizeof(bits));
+    return bits;
+  }
+
+  uint32_t keys_[kSlots];
+  float values_[kSlots];
+};
+
 // Expected distance, in grid cells, of one box side at one cell: the softmax of the side's 8 bin
 // values (maximum subtracted first) weighted by bin index. bins points at the side's first bin
 // channel at this cell; consecutive bins are plane elements apart.
-float SideDistance(const float* bins, std::size_t plane) {
+float SideDistance(const float* bins, std::size_t plane, ExpMemo* exp) {
   float values[kRegressionBins];
   float max_value = bins[0];
   for (int j = 0; j < kRegressionBins; ++j) {
@@ -20,7 +67,7 @@ float SideDistance(const float* bins, std::size_t plane) {
   }
   float sum = 0.0f;
   for (float& value : values) {
-    value = std::exp(value - max_value);  // the single-precision expf
+    value = exp->Exp(value - max_value);
     sum += value;
   }
   float distance = 0.0f;
@@ -30,11 +77,24 @@ float SideDistance(const float* bins, std::size_t plane) {
   return distance;
 }
 
+// Whether some score of the run qualifies (score >= threshold; a not-a-number score never does):
+// one maximum per score instead of a compare and branch. The maximum starts below every number and
+// skips not-a-number scores, so it qualifies exactly when one of the scores does.
+template <std::size_t kCount>
+bool AnyQualifies(const float* scores, float threshold) {
+  float max_score = -std::numeric_limits<float>::infinity();
+#pragma GCC unroll 16
+  for (std::size_t i = 0; i < kCount; ++i) {
+    max_score = scores[i] > max_score ? scores[i] : max_score;
+  }
+  return max_score >= threshold;
+}
+
 // Appends the candidates of one heatmap channel of one scale to out: the qualifying cells in raster
 // order, at most per_map_limit of them.
 void ExtractCandidates(const NanoTrackDecoderParams& params, int class_index,
                        const TensorView& heatmap, const TensorView& regression,
-                       const TensorView& tracking, std::vector<Detection>* out) {
+                       const TensorView& tracking, ExpMemo* exp, std::vector<Detection>* out) {
   const float threshold = params.detection_threshold;  // read once per map
   const std::size_t plane = heatmap.PlaneSize();
   const float* scores = heatmap.Channel(class_index);
@@ -46,8 +106,15 @@ void ExtractCandidates(const NanoTrackDecoderParams& params, int class_index,
   const float input_height = static_cast<float>(params.input_height);
   const std::size_t width = static_cast<std::size_t>(heatmap.width);
 
+  // The scan skips runs of cells without a qualifying score, then looks at the cells of a run
+  // one by one, in raster order.
+  constexpr std::size_t kRun = 16;
   std::size_t taken = 0;
   for (std::size_t i = 0; i < plane && taken < params.per_map_limit; ++i) {
+    if (i % kRun == 0) {
+      while (i + kRun <= plane && !AnyQualifies<kRun>(scores + i, threshold)) i += kRun;
+      if (i == plane) break;
+    }
     const float score = scores[i];
     if (!(score >= threshold)) {
       continue;
@@ -57,7 +124,7 @@ void ExtractCandidates(const NanoTrackDecoderParams& params, int class_index,
     const float cy = static_cast<float>(i / width) + 0.5f;
     float side[kRegressionSides];
     for (int k = 0; k < kRegressionSides; ++k) {
-      side[k] = SideDistance(regression.Channel(k * kRegressionBins) + i, plane);
+      side[k] = SideDistance(regression.Channel(k * kRegressionBins) + i, plane, exp);
     }
     Detection d;
     d.score = score;
@@ -142,11 +209,12 @@ DetectionsPerClass Decode(const NanoTrackDecoderParams& params, const NanoTrackO
                           int source_width, int source_height) {
   const int class_count = outputs.heatmaps[0].channels;
   DetectionsPerClass per_class(static_cast<std::size_t>(std::max(class_count, 0)));
+  ExpMemo exp;
   for (int c = 0; c < class_count; ++c) {
     std::vector<Detection>& list = per_class[static_cast<std::size_t>(c)];
     for (int s = 0; s < kNanoTrackScaleCount; ++s) {
       ExtractCandidates(params, c, outputs.heatmaps[s], outputs.regressions[s],
-                        outputs.trackings[s], &list);
+                        outputs.trackings[s], &exp, &list);
     }
     SuppressOverlaps(params.nms_iou_threshold, &list);
   }
