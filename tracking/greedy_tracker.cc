@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <limits>
 #include <stdexcept>
 #include <utility>
 
@@ -10,7 +11,6 @@ namespace mirvane {
 namespace dva {
 namespace {
 
-using greedy_tracker_internal::BoxX;
 using greedy_tracker_internal::Candidate;
 using greedy_tracker_internal::CostPoint;
 
@@ -66,6 +66,39 @@ float GateReach(const CostPoint& track) {
          1e-15f;
 }
 
+// One axis of the grid that buckets a frame's boxes: cells equal intervals from the smallest to
+// the largest coordinate (one cell when they cannot be split). CellOf never decreases as its
+// argument grows, and clamps to the first and last cell.
+struct GridAxis {
+  GridAxis(float low, float high, int wanted_cells) {
+    const float inverse_width = static_cast<float>(wanted_cells) / (high - low);
+    if (wanted_cells > 1 && inverse_width > 0.0f && std::isfinite(inverse_width)) {
+      origin = low;
+      cells = wanted_cells;
+      scale = inverse_width;
+      last = static_cast<float>(wanted_cells - 1);
+    }
+  }
+
+  int CellOf(float v) const {
+    // A not-a-number t (an infinite v on a one-cell axis) ends in the last cell, as any t would.
+    float t = (v - origin) * scale;
+    t = t < 0.0f ? 0.0f : t;
+    t = t < last ? t : last;
+    return static_cast<int>(t);
+  }
+
+  float origin = 0.0f;
+  float scale = 0.0f;
+  float last = 0.0f;  // the last cell's index
+  int cells = 1;
+};
+
+// Whether both coordinates are finite (neither infinite nor not-a-number): x - x is 0 exactly then.
+bool FiniteCentre(float cx, float cy) {
+  return cx - cx == 0.0f && cy - cy == 0.0f;
+}
+
 }  // namespace
 
 float PairCost(const TrackedObject& track_box, const TrackedObject& new_box) {
@@ -117,20 +150,48 @@ void GreedyTracker::GatherCandidates(const std::vector<float>& scores) {
     (scores[d] > score_threshold_ ? confident_ : weak_).push_back(candidate);
   };
 
-  // Only boxes whose centre lies within reach of a track's centre can pass its gate: the boxes are
-  // sorted by centre x once, and each track costs only those within its reach along x and y.
-  boxes_by_x_.clear();
+  // Only boxes whose centre lies within reach of a track's centre can pass its gate. The boxes
+  // are bucketed once into a grid of about one box per cell over the rectangle they span, and each
+  // track looks only at the cells that its reach overlaps, costing the boxes within reach.
   unsorted_boxes_.clear();
+  float min_x = std::numeric_limits<float>::infinity();
+  float max_x = -min_x;
+  float min_y = min_x;
+  float max_y = -min_x;
   for (size_t d = 0; d < box_count; ++d) {
-    const float cx = box_points_[d].cx;
-    if (std::isfinite(cx)) {
-      boxes_by_x_.push_back(BoxX{cx, static_cast<uint32_t>(d)});
-    } else {
-      unsorted_boxes_.push_back(static_cast<uint32_t>(d));
-    }
+    // Not-a-number coordinates are passed over; an infinite one leaves a single cell on its axis.
+    const CostPoint& box = box_points_[d];
+    min_x = box.cx < min_x ? box.cx : min_x;
+    max_x = box.cx > max_x ? box.cx : max_x;
+    min_y = box.cy < min_y ? box.cy : min_y;
+    max_y = box.cy > max_y ? box.cy : max_y;
   }
-  std::sort(boxes_by_x_.begin(), boxes_by_x_.end(),
-            [](const BoxX& a, const BoxX& b) { return a.cx < b.cx; });
+  const int side = static_cast<int>(std::ceil(std::sqrt(static_cast<double>(box_count))));
+  const GridAxis x_axis(min_x, max_x, side);
+  const GridAxis y_axis(min_y, max_y, side);
+  const size_t columns = static_cast<size_t>(x_axis.cells);
+  const size_t cells = columns * static_cast<size_t>(y_axis.cells);
+  cell_starts_.assign(cells + 1, 0);
+  box_cells_.resize(box_count);
+  for (size_t d = 0; d < box_count; ++d) {
+    const CostPoint& box = box_points_[d];
+    if (!FiniteCentre(box.cx, box.cy)) {
+      unsorted_boxes_.push_back(static_cast<uint32_t>(d));
+      box_cells_[d] = static_cast<uint32_t>(cells);  // in no cell
+      continue;
+    }
+    const size_t cell = static_cast<size_t>(y_axis.CellOf(box.cy)) * columns +
+                        static_cast<size_t>(x_axis.CellOf(box.cx));
+    box_cells_[d] = static_cast<uint32_t>(cell);
+    ++cell_starts_[cell + 1];
+  }
+  for (size_t c = 0; c < cells; ++c) cell_starts_[c + 1] += cell_starts_[c];
+  cell_fill_.assign(cell_starts_.begin(), cell_starts_.end() - 1);
+  grid_boxes_.resize(cell_starts_[cells]);
+  for (size_t d = 0; d < box_count; ++d) {
+    const uint32_t cell = box_cells_[d];
+    if (cell < cells) grid_boxes_[cell_fill_[cell]++] = static_cast<uint32_t>(d);
+  }
 
   for (size_t t = 0; t < track_count; ++t) {
     const CostPoint& track = track_points_[t];
@@ -139,24 +200,52 @@ void GreedyTracker::GatherCandidates(const std::vector<float>& scores) {
       for (size_t d = 0; d < box_count; ++d) consider(t, d);
       continue;
     }
-    const float low = track.cx - reach;
-    const float high = track.cx + reach;
-    auto it = std::lower_bound(boxes_by_x_.begin(), boxes_by_x_.end(), low,
-                               [](const BoxX& box, float x) { return box.cx < x; });
-    // The reach bounds the y distance of a passing pair just as well: a cheap test before the
-    // exact cost.
+    const float low_x = track.cx - reach;
+    const float high_x = track.cx + reach;
     const float low_y = track.cy - reach;
     const float high_y = track.cy + reach;
-    for (; it != boxes_by_x_.end() && !(high < it->cx); ++it) {
-      const float cy = box_points_[it->box].cy;
-      if (cy < low_y || high_y < cy) continue;
-      consider(t, it->box);
+    // A box within the bounds lies in a cell within the bounds' cells: CellOf keeps the order.
+    const size_t first_column = static_cast<size_t>(x_axis.CellOf(low_x));
+    const size_t last_column = static_cast<size_t>(x_axis.CellOf(high_x));
+    const int last_row = y_axis.CellOf(high_y);
+    for (int row = y_axis.CellOf(low_y); row <= last_row; ++row) {
+      const size_t row_start = static_cast<size_t>(row) * columns;
+      const uint32_t end = cell_starts_[row_start + last_column + 1];
+      for (uint32_t k = cell_starts_[row_start + first_column]; k < end; ++k) {
+        const uint32_t d = grid_boxes_[k];
+        const CostPoint& box = box_points_[d];
+        if (box.cx < low_x || high_x < box.cx || box.cy < low_y || high_y < box.cy) continue;
+        consider(t, d);
+      }
     }
     for (uint32_t d : unsorted_boxes_) consider(t, d);
   }
-  auto cheaper_first = [](const Candidate& a, const Candidate& b) { return CheaperFirst(a, b); };
-  std::sort(confident_.begin(), confident_.end(), cheaper_first);
-  std::sort(weak_.begin(), weak_.end(), cheaper_first);
+}
+
+void GreedyTracker::MatchGroup(std::vector<Candidate>* group,
+                               const std::vector<TrackedObject>& boxes, SteadyTimePoint now) {
+  std::sort(group->begin(), group->end(),
+            [](const Candidate& a, const Candidate& b) { return CheaperFirst(a, b); });
+  for (const Candidate& pair : *group) {
+    if (track_taken_[pair.track()] == 0 && fate_[pair.box] == BoxFate::kUnmatched) {
+      Take(pair, boxes, now);
+    }
+  }
+}
+
+void GreedyTracker::Take(const Candidate& pair, const std::vector<TrackedObject>& boxes,
+                         SteadyTimePoint now) {
+  track_taken_[pair.track()] = 1;
+  fate_[pair.box] = BoxFate::kContinued;
+  const uint32_t id = track_ids_[pair.track()];
+  const TrackedObject& box = boxes[pair.box];
+  auto found = tracks_.find(id);
+  if (found != tracks_.end()) {
+    found->second.Update(box, now);
+  } else {
+    tracks_.emplace(id, CreateTrack(id, box));
+  }
+  box_ids_[pair.box] = id;
 }
 
 std::vector<TrackedObject> GreedyTracker::Update(const std::vector<TrackedObject>& boxes,
@@ -169,47 +258,31 @@ std::vector<TrackedObject> GreedyTracker::Update(const std::vector<TrackedObject
   update_time_ = now;
 
   // Snapshot of the live tracks: their ids and the points their costs are measured from.
-  track_ids_.clear();
-  track_points_.clear();
+  const size_t track_count = tracks_.size();
+  track_ids_.resize(track_count);
+  track_points_.resize(track_count);
+  size_t t = 0;
   for (const auto& entry : tracks_) {
-    track_ids_.push_back(entry.first);
-    track_points_.push_back(TrackPoint(entry.second.Record()));
+    track_ids_[t] = entry.first;
+    track_points_[t] = TrackPoint(entry.second.Record());
+    ++t;
   }
-  const size_t track_count = track_ids_.size();
 
-  box_points_.clear();
-  for (const TrackedObject& box : boxes) box_points_.push_back(MovedBackPoint(box));
+  box_points_.resize(box_count);
+  for (size_t d = 0; d < box_count; ++d) box_points_[d] = MovedBackPoint(boxes[d]);
 
-  // Pairs with confident boxes, then pairs with weak ones; pairs that can never match are left
-  // out here rather than skipped later.
+  // Pairs with confident boxes, then pairs with weak ones, each group taken cheapest first; pairs
+  // that can never match are left out here rather than skipped later.
   GatherCandidates(scores);
 
   track_taken_.assign(track_count, 0);
   fate_.assign(box_count, BoxFate::kUnmatched);
   box_ids_.assign(box_count, 0);
-  const size_t most_pairs = std::min(track_count, box_count);
-  size_t pairs = 0;
-  for (const std::vector<Candidate>* group : {&confident_, &weak_}) {
-    for (const Candidate& candidate : *group) {
-      if (pairs == most_pairs) break;
-      if (track_taken_[candidate.track()] || fate_[candidate.box] != BoxFate::kUnmatched) continue;
-      track_taken_[candidate.track()] = 1;
-      fate_[candidate.box] = BoxFate::kContinued;
-      ++pairs;
-      const uint32_t id = track_ids_[candidate.track()];
-      const TrackedObject& box = boxes[candidate.box];
-      auto found = tracks_.find(id);
-      if (found != tracks_.end()) {
-        found->second.Update(box, now);
-      } else {
-        tracks_.emplace(id, CreateTrack(id, box));
-      }
-      box_ids_[candidate.box] = id;
-    }
-  }
+  MatchGroup(&confident_, boxes, now);
+  MatchGroup(&weak_, boxes, now);
 
   removed_ids_.clear();
-  for (size_t t = 0; t < track_count; ++t) {
+  for (t = 0; t < track_count; ++t) {
     if (track_taken_[t]) continue;
     const uint32_t id = track_ids_[t];
     if (tracks_.at(id).IsExpired(now)) {

@@ -51,12 +51,6 @@ struct Candidate {
   uint32_t track() const { return static_cast<uint32_t>(cost_track); }
 };
 
-// A box of the frame by the x of its moved-back centre.
-struct BoxX {
-  float cx;
-  uint32_t box;  // index into the frame's boxes
-};
-
 }  // namespace greedy_tracker_internal
 
 // Owns the live tracks of one class and the ids dropped by the latest Update. Shares (does not
@@ -133,8 +127,13 @@ class GreedyTracker {
   using Candidate = greedy_tracker_internal::Candidate;
   enum class BoxFate : unsigned char { kUnmatched, kContinued, kBorn };
 
-  // Fills confident_ and weak_ with the pairs that pass the gate, each group cheapest first.
+  // Fills confident_ and weak_ with the pairs that pass the gate.
   void GatherCandidates(const std::vector<float>& scores);
+  // Takes the pairs of one group, cheapest first, whose track and box are both still free.
+  void MatchGroup(std::vector<Candidate>* group, const std::vector<TrackedObject>& boxes,
+                  SteadyTimePoint now);
+  // Continues the pair's track with its box.
+  void Take(const Candidate& pair, const std::vector<TrackedObject>& boxes, SteadyTimePoint now);
 
   uint32_t* next_id_;
   float score_threshold_;
@@ -147,10 +146,15 @@ class GreedyTracker {
   std::vector<uint32_t> track_ids_;
   std::vector<CostPoint> track_points_;
   std::vector<CostPoint> box_points_;
-  std::vector<greedy_tracker_internal::BoxX> boxes_by_x_;  // boxes with a finite centre x, by x
-  std::vector<uint32_t> unsorted_boxes_;                   // boxes whose centre x is not finite
+  std::vector<uint32_t> box_cells_;    // per box, its grid cell (the cell count for none)
+  std::vector<uint32_t> cell_starts_;  // per grid cell, where its boxes start in grid_boxes_
+  std::vector<uint32_t> cell_fill_;
+  std::vector<uint32_t> grid_boxes_;      // the boxes with a finite centre, cell by cell
+  std::vector<uint32_t> unsorted_boxes_;  // boxes whose centre x is not finite
   std::vector<Candidate> confident_;
   std::vector<Candidate> weak_;
+  std::vector<uint32_t> best_of_track_;     // per track, its cheapest pair in the group walked
+  std::vector<uint32_t> best_of_box_;       // per box, likewise
   std::vector<unsigned char> track_taken_;  // 1 once the track is matched
   std::vector<BoxFate> fate_;
   std::vector<uint32_t> box_ids_;
