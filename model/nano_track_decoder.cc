@@ -4,9 +4,12 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
-#include <limits>
 #include <numeric>
 #include <vector>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace mirvane {
 namespace {
@@ -42,7 +45,7 @@ class ExpMemo {
   }
 
  private:
-  static constexpr int kSlotBits = 9;
+  static constexpr int kSlotBits = 11;
   static constexpr std::size_t kSlots = std::size_t{1} << kSlotBits;
 
   static uint32_t Bits(float x) {
@@ -61,33 +64,65 @@ class ExpMemo {
 float SideDistance(const float* bins, std::size_t plane, ExpMemo* exp) {
   float values[kRegressionBins];
   float max_value = bins[0];
+#pragma GCC unroll 8
   for (int j = 0; j < kRegressionBins; ++j) {
     values[j] = bins[static_cast<std::size_t>(j) * plane];
     max_value = std::max(max_value, values[j]);
   }
   float sum = 0.0f;
-  for (float& value : values) {
-    value = exp->Exp(value - max_value);
-    sum += value;
+#pragma GCC unroll 8
+  for (int j = 0; j < kRegressionBins; ++j) {
+    values[j] = exp->Exp(values[j] - max_value);
+    sum += values[j];
   }
   float distance = 0.0f;
+#pragma GCC unroll 8
   for (int j = 0; j < kRegressionBins; ++j) {
     distance += static_cast<float>(j) * (values[j] / sum);
   }
   return distance;
 }
 
-// Whether some score of the run qualifies (score >= threshold; a not-a-number score never does):
-// one maximum per score instead of a compare and branch. The maximum starts below every number and
-// skips not-a-number scores, so it qualifies exactly when one of the scores does.
-template <std::size_t kCount>
-bool AnyQualifies(const float* scores, float threshold) {
-  float max_score = -std::numeric_limits<float>::infinity();
-#pragma GCC unroll 16
-  for (std::size_t i = 0; i < kCount; ++i) {
-    max_score = scores[i] > max_score ? scores[i] : max_score;
+// Bit k of the result tells whether scores[k] qualifies (score >= threshold; a not-a-number score
+// never does), for k below 32: on x86 four compares and a sign-bit gather per four scores.
+uint32_t QualifyingMask32(const float* scores, float threshold) {
+  uint32_t mask = 0;
+#if defined(__SSE2__)
+  const __m128 limit = _mm_set1_ps(threshold);
+  for (int k = 0; k < 32; k += 4) {
+    const __m128 four = _mm_loadu_ps(scores + k);
+    mask |= static_cast<uint32_t>(_mm_movemask_ps(_mm_cmpge_ps(four, limit))) << k;
   }
-  return max_score >= threshold;
+#else
+  for (int k = 0; k < 32; ++k) mask |= static_cast<uint32_t>(scores[k] >= threshold) << k;
+#endif
+  return mask;
+}
+
+// Appends the candidate of cell i (raster index) of one map: its box from the distance bins and
+// its tracking offset.
+void AppendCandidate(const NanoTrackDecoderParams& params, std::size_t i, float score,
+                     const TensorView& heatmap, const TensorView& regression,
+                     const TensorView& tracking, ExpMemo* exp, std::vector<Detection>* out) {
+  const std::size_t plane = heatmap.PlaneSize();
+  const std::size_t width = static_cast<std::size_t>(heatmap.width);
+  const float cx = static_cast<float>(i % width) + 0.5f;
+  const float cy = static_cast<float>(i / width) + 0.5f;
+  float side[kRegressionSides];
+  for (int k = 0; k < kRegressionSides; ++k) {
+    side[k] = SideDistance(regression.Channel(k * kRegressionBins) + i, plane, exp);
+  }
+  const float grid_width = static_cast<float>(heatmap.width);
+  const float grid_height = static_cast<float>(heatmap.height);
+  Detection d;
+  d.score = score;
+  d.xmin = std::max((cx - side[0]) / grid_width, 0.0f);
+  d.ymin = std::max((cy - side[1]) / grid_height, 0.0f);
+  d.xmax = std::min((cx + side[2]) / grid_width, 1.0f);
+  d.ymax = std::min((cy + side[3]) / grid_height, 1.0f);
+  d.track_dx = tracking.Channel(0)[i] / static_cast<float>(params.input_width);
+  d.track_dy = tracking.Channel(1)[i] / static_cast<float>(params.input_height);
+  out->push_back(d);
 }
 
 // Appends the candidates of one heatmap channel of one scale to out: the qualifying cells in raster
@@ -98,43 +133,25 @@ void ExtractCandidates(const NanoTrackDecoderParams& params, int class_index,
   const float threshold = params.detection_threshold;  // read once per map
   const std::size_t plane = heatmap.PlaneSize();
   const float* scores = heatmap.Channel(class_index);
-  const float* track_x = tracking.Channel(0);
-  const float* track_y = tracking.Channel(1);
-  const float grid_width = static_cast<float>(heatmap.width);
-  const float grid_height = static_cast<float>(heatmap.height);
-  const float input_width = static_cast<float>(params.input_width);
-  const float input_height = static_cast<float>(params.input_height);
-  const std::size_t width = static_cast<std::size_t>(heatmap.width);
-
-  // The scan skips runs of cells without a qualifying score, then looks at the cells of a run
-  // one by one, in raster order.
-  constexpr std::size_t kRun = 16;
+  // The scan takes the scores 32 at a time as a mask of the qualifying ones and visits only
+  // those, in raster order; the tail of fewer than 32 cells one by one.
+  constexpr std::size_t kRun = 32;
   std::size_t taken = 0;
-  for (std::size_t i = 0; i < plane && taken < params.per_map_limit; ++i) {
-    if (i % kRun == 0) {
-      while (i + kRun <= plane && !AnyQualifies<kRun>(scores + i, threshold)) i += kRun;
-      if (i == plane) break;
+  std::size_t run = 0;
+  for (; run + kRun <= plane; run += kRun) {
+    for (uint32_t mask = QualifyingMask32(scores + run, threshold); mask != 0; mask &= mask - 1) {
+      if (taken == params.per_map_limit) return;
+      ++taken;
+      const std::size_t i = run + static_cast<std::size_t>(__builtin_ctz(mask));
+      AppendCandidate(params, i, scores[i], heatmap, regression, tracking, exp, out);
     }
+  }
+  for (std::size_t i = run; i < plane; ++i) {
     const float score = scores[i];
-    if (!(score >= threshold)) {
-      continue;
-    }
+    if (!(score >= threshold)) continue;
+    if (taken == params.per_map_limit) return;
     ++taken;
-    const float cx = static_cast<float>(i % width) + 0.5f;
-    const float cy = static_cast<float>(i / width) + 0.5f;
-    float side[kRegressionSides];
-    for (int k = 0; k < kRegressionSides; ++k) {
-      side[k] = SideDistance(regression.Channel(k * kRegressionBins) + i, plane, exp);
-    }
-    Detection d;
-    d.score = score;
-    d.xmin = std::max((cx - side[0]) / grid_width, 0.0f);
-    d.ymin = std::max((cy - side[1]) / grid_height, 0.0f);
-    d.xmax = std::min((cx + side[2]) / grid_width, 1.0f);
-    d.ymax = std::min((cy + side[3]) / grid_height, 1.0f);
-    d.track_dx = track_x[i] / input_width;
-    d.track_dy = track_y[i] / input_height;
-    out->push_back(d);
+    AppendCandidate(params, i, score, heatmap, regression, tracking, exp, out);
   }
 }
 
@@ -147,6 +164,7 @@ void SuppressOverlaps(float iou_threshold, std::vector<Detection>* list) {
   std::sort(order.begin(), order.end(), [&in](std::size_t a, std::size_t b) {
     return in[a].score > in[b].score || (in[a].score == in[b].score && a < b);
   });
+  const bool only_overlaps = iou_threshold >= 0.0f;
   std::vector<char> alive(order.size(), 1);
   std::vector<Detection> kept;
   kept.reserve(in.size());
@@ -156,10 +174,24 @@ void SuppressOverlaps(float iou_threshold, std::vector<Detection>* list) {
     }
     kept.push_back(in[order[n]]);
     const Detection& a = kept.back();
+    // The overlap of a and each later candidate, computed as SuppressionIou computes it, with a's
+    // clamped corners and area taken once. With a threshold of zero or more only an overlapping
+    // box can be suppressed: without a positive overlap along both axes the intersection is zero
+    // (or not a number) and so is the IoU.
+    const float left = std::max(a.xmin, 0.0f);
+    const float top = std::max(a.ymin, 0.0f);
+    const float right = std::min(a.xmax, 1.0f);
+    const float bottom = std::min(a.ymax, 1.0f);
+    const float area_a = (a.xmax - a.xmin) * (a.ymax - a.ymin);
     for (std::size_t m = n + 1; m < order.size(); ++m) {
-      if (alive[m] && SuppressionIou(a, in[order[m]]) > iou_threshold) {
-        alive[m] = 0;
-      }
+      if (!alive[m]) continue;
+      const Detection& b = in[order[m]];
+      const float width = std::min(right, b.xmax) - std::max(left, b.xmin);
+      const float height = std::min(bottom, b.ymax) - std::max(top, b.ymin);
+      if (only_overlaps && !(width > 0.0f && height > 0.0f)) continue;
+      const float intersection = std::max(width, 0.0f) * std::max(height, 0.0f);
+      const float union_area = area_a + (b.xmax - b.xmin) * (b.ymax - b.ymin) - intersection;
+      if (intersection / union_area > iou_threshold) alive[m] = 0;
     }
   }
   list->swap(kept);
