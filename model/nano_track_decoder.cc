@@ -4,7 +4,6 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
-#include <numeric>
 #include <vector>
 
 #if defined(__SSE2__)
@@ -58,29 +57,51 @@ class ExpMemo {
   float values_[kSlots];
 };
 
-// Expected distance, in grid cells, of one box side at one cell: the softmax of the side's 8 bin
-// values (maximum subtracted first) weighted by bin index. bins points at the side's first bin
-// channel at this cell; consecutive bins are plane elements apart.
-float SideDistance(const float* bins, std::size_t plane, ExpMemo* exp) {
-  float values[kRegressionBins];
-  float max_value = bins[0];
+// Expected distance, in grid cells, of each box side at one cell (left, top, right, bottom): the
+// softmax of the side's 8 bin values (maximum subtracted first) weighted by bin index. bins points
+// at the first regression channel at this cell; consecutive channels are plane elements apart.
+// The four sides are computed side by side (the compiler may pair their arithmetic), each going
+// through the one-side operations in the same order: the maximum, the exponents and their sum in
+// bin order, the weighted sum in bin order.
+void SideDistances(const float* bins, std::size_t plane, ExpMemo* exp,
+                   float distance[kRegressionSides]) {
+  float values[kRegressionBins][kRegressionSides];
+  for (int k = 0; k < kRegressionSides; ++k) {
+    const float* side = bins + static_cast<std::size_t>(k * kRegressionBins) * plane;
+#pragma GCC unroll 8
+    for (int j = 0; j < kRegressionBins; ++j) {
+      values[j][k] = side[static_cast<std::size_t>(j) * plane];
+    }
+  }
+  float max_value[kRegressionSides];
+  float sum[kRegressionSides];
+  for (int k = 0; k < kRegressionSides; ++k) {
+    max_value[k] = values[0][k];
+    sum[k] = 0.0f;
+    distance[k] = 0.0f;
+  }
 #pragma GCC unroll 8
   for (int j = 0; j < kRegressionBins; ++j) {
-    values[j] = bins[static_cast<std::size_t>(j) * plane];
-    max_value = std::max(max_value, values[j]);
+    for (int k = 0; k < kRegressionSides; ++k) {
+      max_value[k] = std::max(max_value[k], values[j][k]);
+    }
   }
-  float sum = 0.0f;
 #pragma GCC unroll 8
   for (int j = 0; j < kRegressionBins; ++j) {
-    values[j] = exp->Exp(values[j] - max_value);
-    sum += values[j];
+#pragma GCC unroll 4
+    for (int k = 0; k < kRegressionSides; ++k) {
+      values[j][k] = exp->Exp(values[j][k] - max_value[k]);
+    }
   }
-  float distance = 0.0f;
 #pragma GCC unroll 8
   for (int j = 0; j < kRegressionBins; ++j) {
-    distance += static_cast<float>(j) * (values[j] / sum);
+    for (int k = 0; k < kRegressionSides; ++k) sum[k] += values[j][k];
   }
-  return distance;
+#pragma GCC unroll 8
+  for (int j = 0; j < kRegressionBins; ++j) {
+    const float weight = static_cast<float>(j);
+    for (int k = 0; k < kRegressionSides; ++k) distance[k] += weight * (values[j][k] / sum[k]);
+  }
 }
 
 // Bit k of the result tells whether scores[k] qualifies (score >= threshold; a not-a-number score
@@ -89,6 +110,7 @@ uint32_t QualifyingMask32(const float* scores, float threshold) {
   uint32_t mask = 0;
 #if defined(__SSE2__)
   const __m128 limit = _mm_set1_ps(threshold);
+#pragma GCC unroll 8
   for (int k = 0; k < 32; k += 4) {
     const __m128 four = _mm_loadu_ps(scores + k);
     mask |= static_cast<uint32_t>(_mm_movemask_ps(_mm_cmpge_ps(four, limit))) << k;
@@ -109,9 +131,7 @@ void AppendCandidate(const NanoTrackDecoderParams& params, std::size_t i, float 
   const float cx = static_cast<float>(i % width) + 0.5f;
   const float cy = static_cast<float>(i / width) + 0.5f;
   float side[kRegressionSides];
-  for (int k = 0; k < kRegressionSides; ++k) {
-    side[k] = SideDistance(regression.Channel(k * kRegressionBins) + i, plane, exp);
-  }
+  SideDistances(regression.Channel(0) + i, plane, exp, side);
   const float grid_width = static_cast<float>(heatmap.width);
   const float grid_height = static_cast<float>(heatmap.height);
   Detection d;
@@ -155,25 +175,38 @@ void ExtractCandidates(const NanoTrackDecoderParams& params, int class_index,
   }
 }
 
-// Greedy non-maximum suppression of one class's list: keeps entries in descending score order,
-// dropping every later entry whose overlap with a kept one exceeds the threshold.
+// A key whose ascending order is the descending order of the score, for any score but
+// not-a-number (never a candidate's): the float's bits made monotonic, then inverted. Zero is made
+// positive first, so that -0 and +0 tie as they compare.
+uint32_t DescendingScoreKey(float score) {
+  const float canonical = score + 0.0f;
+  uint32_t bits;
+  std::memcpy(&bits, &canonical, sizeof(bits));
+  const uint32_t ascending = (bits & 0x80000000u) != 0 ? ~bits : (bits | 0x80000000u);
+  return ~ascending;
+}
+
+// Greedy non-maximum suppression of one class's list: keeps entries in descending score order
+// (equal scores in list order), dropping every later entry whose overlap with a kept one exceeds
+// the threshold.
 void SuppressOverlaps(float iou_threshold, std::vector<Detection>* list) {
   const std::vector<Detection>& in = *list;
-  std::vector<std::size_t> order(in.size());
-  std::iota(order.begin(), order.end(), std::size_t{0});
-  std::sort(order.begin(), order.end(), [&in](std::size_t a, std::size_t b) {
-    return in[a].score > in[b].score || (in[a].score == in[b].score && a < b);
-  });
+  // Score (descending) above list index: one integer sort.
+  std::vector<uint64_t> order(in.size());
+  for (std::size_t n = 0; n < in.size(); ++n) {
+    order[n] = (uint64_t{DescendingScoreKey(in[n].score)} << 32) | n;
+  }
+  std::sort(order.begin(), order.end());
+  // The entries still in the running, in that order: the first is kept, and the others that it
+  // does not suppress stay in the running.
+  std::vector<uint32_t> pending(order.size());
+  for (std::size_t n = 0; n < order.size(); ++n) pending[n] = static_cast<uint32_t>(order[n]);
   const bool only_overlaps = iou_threshold >= 0.0f;
-  std::vector<char> alive(order.size(), 1);
   std::vector<Detection> kept;
   kept.reserve(in.size());
-  for (std::size_t n = 0; n < order.size(); ++n) {
-    if (!alive[n]) {
-      continue;
-    }
-    kept.push_back(in[order[n]]);
-    const Detection& a = kept.back();
+  for (std::size_t count = pending.size(); count > 0;) {
+    const Detection& a = in[pending[0]];
+    kept.push_back(a);
     // The overlap of a and each later candidate, computed as SuppressionIou computes it, with a's
     // clamped corners and area taken once. With a threshold of zero or more only an overlapping
     // box can be suppressed: without a positive overlap along both axes the intersection is zero
@@ -183,16 +216,19 @@ void SuppressOverlaps(float iou_threshold, std::vector<Detection>* list) {
     const float right = std::min(a.xmax, 1.0f);
     const float bottom = std::min(a.ymax, 1.0f);
     const float area_a = (a.xmax - a.xmin) * (a.ymax - a.ymin);
-    for (std::size_t m = n + 1; m < order.size(); ++m) {
-      if (!alive[m]) continue;
-      const Detection& b = in[order[m]];
+    std::size_t left_in = 0;
+    for (std::size_t m = 1; m < count; ++m) {
+      const Detection& b = in[pending[m]];
       const float width = std::min(right, b.xmax) - std::max(left, b.xmin);
       const float height = std::min(bottom, b.ymax) - std::max(top, b.ymin);
-      if (only_overlaps && !(width > 0.0f && height > 0.0f)) continue;
-      const float intersection = std::max(width, 0.0f) * std::max(height, 0.0f);
-      const float union_area = area_a + (b.xmax - b.xmin) * (b.ymax - b.ymin) - intersection;
-      if (intersection / union_area > iou_threshold) alive[m] = 0;
+      if (!only_overlaps || (width > 0.0f && height > 0.0f)) {
+        const float intersection = std::max(width, 0.0f) * std::max(height, 0.0f);
+        const float union_area = area_a + (b.xmax - b.xmin) * (b.ymax - b.ymin) - intersection;
+        if (intersection / union_area > iou_threshold) continue;
+      }
+      pending[left_in++] = pending[m];
     }
+    count = left_in;
   }
   list->swap(kept);
 }
