@@ -114,8 +114,26 @@ bool PolygonCoversBox(const Polygon& polygon, const Box& box, int divisions, flo
   for (int row = 0; row < divisions; ++row) {
     const float y = box.ymin + (static_cast<float>(row) + 0.5f) * step_y;
     const size_t crossing_count = RowCrossings(polygon, y, crossings);
-    if (crossing_count == 0) {
+    // When no crossing lies between the row's first and last sample (the samples' x follow the
+    // column order, up or down), every sample has the same crossings to its right: the row is
+    // all inside or all outside, by their number.
+    const float x_first = box.xmin + 0.5f * step_x;
+    const float x_last = box.xmin + (static_cast<float>(divisions - 1) + 0.5f) * step_x;
+    const float low = std::min(x_first, x_last);
+    const float high = std::max(x_first, x_last);
+    bool uniform = low == low && high == high;  // not a number: sample by sample
+    size_t to_the_right = 0;
+    for (size_t k = 0; k < crossing_count && uniform; ++k) {
+      if (crossings[k] > high) {
+        ++to_the_right;
+      } else if (!(crossings[k] <= low)) {
+        uniform = false;
+      }
+    }
+    if (uniform) {
+      if (to_the_right % 2 == 1) count += divisions;
       left -= divisions;
+      if (count >= needed) return true;
       if (count + left < needed) return false;
       continue;
     }

@@ -150,9 +150,28 @@ void GreedyTracker::GatherCandidates(const std::vector<float>& scores) {
     (scores[d] > score_threshold_ ? confident_ : weak_).push_back(candidate);
   };
 
-  // Only boxes whose centre lies within reach of a track's centre can pass its gate. The boxes
-  // are bucketed once into a grid of about one box per cell over the rectangle they span, and each
-  // track looks only at the cells that its reach overlaps, costing the boxes within reach.
+  // Only boxes whose centre lies within reach of a track's centre can pass its gate (dx and dy
+  // below are those of the cost). A few boxes are all looked at, by every track.
+  constexpr size_t kFewBoxes = 16;
+  if (box_count <= kFewBoxes) {
+    for (size_t t = 0; t < track_count; ++t) {
+      const CostPoint& track = track_points_[t];
+      const float reach = GateReach(track);
+      const bool reach_usable = std::isfinite(reach);
+      for (size_t d = 0; d < box_count; ++d) {
+        const CostPoint& box = box_points_[d];
+        if (reach_usable &&
+            (std::fabs(track.cx - box.cx) > reach || std::fabs(track.cy - box.cy) > reach)) {
+          continue;
+        }
+        consider(t, d);
+      }
+    }
+    return;
+  }
+  // More boxes are bucketed once into a grid of about one box per cell over the rectangle they
+  // span, and each track looks only at the cells that its reach overlaps, costing the boxes within
+  // reach.
   unsorted_boxes_.clear();
   float min_x = std::numeric_limits<float>::infinity();
   float max_x = -min_x;
