@@ -256,15 +256,10 @@ void GreedyTracker::Take(const Candidate& pair, const std::vector<TrackedObject>
                          SteadyTimePoint now) {
   track_taken_[pair.track()] = 1;
   fate_[pair.box] = BoxFate::kContinued;
-  const uint32_t id = track_ids_[pair.track()];
-  const TrackedObject& box = boxes[pair.box];
-  auto found = tracks_.find(id);
-  if (found != tracks_.end()) {
-    found->second.Update(box, now);
-  } else {
-    tracks_.emplace(id, CreateTrack(id, box));
-  }
-  box_ids_[pair.box] = id;
+  // The snapshot's tracks are all in the map until the stale ones are dropped, after matching.
+  Track* track = track_refs_[pair.track()];
+  track->Update(boxes[pair.box], now);
+  box_ids_[pair.box] = track_ids_[pair.track()];
 }
 
 std::vector<TrackedObject> GreedyTracker::Update(const std::vector<TrackedObject>& boxes,
@@ -279,10 +274,12 @@ std::vector<TrackedObject> GreedyTracker::Update(const std::vector<TrackedObject
   // Snapshot of the live tracks: their ids and the points their costs are measured from.
   const size_t track_count = tracks_.size();
   track_ids_.resize(track_count);
+  track_refs_.resize(track_count);
   track_points_.resize(track_count);
   size_t t = 0;
-  for (const auto& entry : tracks_) {
+  for (auto& entry : tracks_) {
     track_ids_[t] = entry.first;
+    track_refs_[t] = &entry.second;
     track_points_[t] = TrackPoint(entry.second.Record());
     ++t;
   }
@@ -304,7 +301,7 @@ std::vector<TrackedObject> GreedyTracker::Update(const std::vector<TrackedObject
   for (t = 0; t < track_count; ++t) {
     if (track_taken_[t]) continue;
     const uint32_t id = track_ids_[t];
-    if (tracks_.at(id).IsExpired(now)) {
+    if (track_refs_[t]->IsExpired(now)) {
       tracks_.erase(id);
       removed_ids_.insert(id);
     }

@@ -143,7 +143,8 @@ class GreedyTracker {
   std::unordered_set<uint32_t> removed_ids_;
 
   // Per-frame working lists, kept between updates so that their storage is reused.
-  std::vector<uint32_t> track_ids_;
+  std::vector<uint32_t> track_ids_;  // the snapshot: the live tracks, in map order
+  std::vector<Track*> track_refs_;   // and where they are in the map
   std::vector<CostPoint> track_points_;
   std::vector<CostPoint> box_points_;
   std::vector<uint32_t> box_cells_;    // per box, its grid cell (the cell count for none)
