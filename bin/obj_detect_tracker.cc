@@ -59,17 +59,15 @@ TrackResult ObjDetectTracker::Update(const DetectionsPerClass& detections, int w
   const float fwidth = static_cast<float>(width);
   const float fheight = static_cast<float>(height);
   result.objects.resize(trackers_.size());
-  std::vector<TrackedObject> boxes;
-  std::vector<float> scores;
   for (size_t i = 0; i < trackers_.size(); ++i) {
-    boxes.clear();
-    scores.clear();
+    boxes_.clear();
+    scores_.clear();
     const int32_t class_id = ClassIdOf(i);
     for (const Detection& detection : detections[i]) {
-      boxes.push_back(ToTrackerInput(detection, fwidth, fheight, class_id, timestamp));
-      scores.push_back(detection.score);
+      boxes_.push_back(ToTrackerInput(detection, fwidth, fheight, class_id, timestamp));
+      scores_.push_back(detection.score);
     }
-    std::vector<TrackedObject> tracked = trackers_[i].Update(boxes, scores);
+    std::vector<TrackedObject> tracked = trackers_[i].Update(boxes_, scores_);
     for (TrackedObject& object : tracked) ToNormalised(&object, fwidth, fheight);
     result.objects[i] = std::move(tracked);
   }

@@ -43,6 +43,9 @@ class ObjDetectTracker {
  private:
   uint32_t next_id_ = 0;
   std::vector<GreedyTracker> trackers_;
+  // One class's tracker input, kept between updates so that its storage is reused.
+  std::vector<TrackedObject> boxes_;
+  std::vector<float> scores_;
 };
 
 }  // namespace dva

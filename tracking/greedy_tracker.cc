@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
+#include <limits>
 #include <stdexcept>
 #include <utility>
 
@@ -9,12 +11,8 @@ namespace mirvane {
 namespace dva {
 namespace {
 
-// A box reduced to what the pair cost reads: its (possibly offset-moved) centre and its area.
-struct CostPoint {
-  float cx;
-  float cy;
-  float area;
-};
+using greedy_tracker_internal::Candidate;
+using greedy_tracker_internal::CostPoint;
 
 float Area(const TrackedObject& box) {
   return (box.xmax - box.xmin) * (box.ymax - box.ymin);
@@ -43,22 +41,63 @@ float Cost(const CostPoint& track, const CostPoint& box) {
   return dist2;
 }
 
-// One allowed track/box pair of the frame.
-struct Candidate {
-  float cost;
-  uint32_t track;  // index into the frame's snapshot of the tracks
-  uint32_t box;    // index into the frame's boxes
-};
-
-// Cheapest first; equal costs in pair order, so that a frame's outcome does not depend on the
-// sort's internals.
+// Cheapest first; equal costs in pair order (track, then box), so that a frame's outcome does not
+// depend on the sort's internals or on the order in which the pairs were found.
 bool CheaperFirst(const Candidate& a, const Candidate& b) {
-  if (a.cost != b.cost) return a.cost < b.cost;
-  if (a.track != b.track) return a.track < b.track;
+  if (a.cost_track != b.cost_track) return a.cost_track < b.cost_track;
   return a.box < b.box;
 }
 
-enum class BoxFate : unsigned char { kUnmatched, kContinued, kBorn };
+Candidate MakeCandidate(float cost, size_t track, size_t box) {
+  uint32_t cost_bits;
+  std::memcpy(&cost_bits, &cost, sizeof(cost_bits));
+  return Candidate{(uint64_t{cost_bits} << 32) | static_cast<uint32_t>(track),
+                   static_cast<uint32_t>(box)};
+}
+
+// How far along x, and along y, a box centre may lie from a track centre and still pass the
+// gate: the gate needs the squared distance within the track's area, so each coordinate distance
+// within its root. The margin (relative, to the centre's magnitude, and absolute) covers every
+// rounding of the cost and of the search bounds, so that the search never misses a pair the gate
+// would pass; the exact cost decides the pairs found. Not finite (a negative, infinite or
+// not-a-number area or centre) when the search cannot be used.
+float GateReach(const CostPoint& track) {
+  return std::sqrt(track.area) * 1.01f + (std::fabs(track.cx) + std::fabs(track.cy)) * 1e-5f +
+         1e-15f;
+}
+
+// One axis of the grid that buckets a frame's boxes: cells equal intervals from the smallest to
+// the largest coordinate (one cell when they cannot be split). CellOf never decreases as its
+// argument grows, and clamps to the first and last cell.
+struct GridAxis {
+  GridAxis(float low, float high, int wanted_cells) {
+    const float inverse_width = static_cast<float>(wanted_cells) / (high - low);
+    if (wanted_cells > 1 && inverse_width > 0.0f && std::isfinite(inverse_width)) {
+      origin = low;
+      cells = wanted_cells;
+      scale = inverse_width;
+      last = static_cast<float>(wanted_cells - 1);
+    }
+  }
+
+  int CellOf(float v) const {
+    // A not-a-number t (an infinite v on a one-cell axis) ends in the last cell, as any t would.
+    float t = (v - origin) * scale;
+    t = t < 0.0f ? 0.0f : t;
+    t = t < last ? t : last;
+    return static_cast<int>(t);
+  }
+
+  float origin = 0.0f;
+  float scale = 0.0f;
+  float last = 0.0f;  // the last cell's index
+  int cells = 1;
+};
+
+// Whether both coordinates are finite (neither infinite nor not-a-number): x - x is 0 exactly then.
+bool FiniteCentre(float cx, float cy) {
+  return cx - cx == 0.0f && cy - cy == 0.0f;
+}
 
 }  // namespace
 
@@ -93,10 +132,134 @@ GreedyTracker::GreedyTracker(uint32_t* next_id, float score_threshold, SteadyNow
     : next_id_(next_id), score_threshold_(score_threshold), now_(std::move(now)) {}
 
 GreedyTracker::Track GreedyTracker::CreateTrack(uint32_t id, const TrackedObject& record) {
-  const SteadyTimePoint now = Now();
-  Track track(id, now);
-  track.Update(record, now);
+  Track track(id, update_time_);
+  track.Update(record, update_time_);
   return track;
+}
+
+void GreedyTracker::GatherCandidates(const std::vector<float>& scores) {
+  const size_t track_count = track_points_.size();
+  const size_t box_count = box_points_.size();
+  confident_.clear();
+  weak_.clear();
+  auto consider = [&](size_t t, size_t d) {
+    const float cost = Cost(track_points_[t], box_points_[d]);
+    if (!(cost < kNoMatchCost)) return;  // also keeps not-a-number costs out of the sort
+    // Here 0 <= cost < kNoMatchCost: the cost is a square, rounded, of a non-negative root.
+    const Candidate candidate = MakeCandidate(cost, t, d);
+    (scores[d] > score_threshold_ ? confident_ : weak_).push_back(candidate);
+  };
+
+  // Only boxes whose centre lies within reach of a track's centre can pass its gate (dx and dy
+  // below are those of the cost). A few boxes are all looked at, by every track.
+  constexpr size_t kFewBoxes = 16;
+  if (box_count <= kFewBoxes) {
+    for (size_t t = 0; t < track_count; ++t) {
+      const CostPoint& track = track_points_[t];
+      const float reach = GateReach(track);
+      const bool reach_usable = std::isfinite(reach);
+      for (size_t d = 0; d < box_count; ++d) {
+        const CostPoint& box = box_points_[d];
+        if (reach_usable &&
+            (std::fabs(track.cx - box.cx) > reach || std::fabs(track.cy - box.cy) > reach)) {
+          continue;
+        }
+        consider(t, d);
+      }
+    }
+    return;
+  }
+  // More boxes are bucketed once into a grid of about one box per cell over the rectangle they
+  // span, and each track looks only at the cells that its reach overlaps, costing the boxes within
+  // reach.
+  unsorted_boxes_.clear();
+  float min_x = std::numeric_limits<float>::infinity();
+  float max_x = -min_x;
+  float min_y = min_x;
+  float max_y = -min_x;
+  for (size_t d = 0; d < box_count; ++d) {
+    // Not-a-number coordinates are passed over; an infinite one leaves a single cell on its axis.
+    const CostPoint& box = box_points_[d];
+    min_x = box.cx < min_x ? box.cx : min_x;
+    max_x = box.cx > max_x ? box.cx : max_x;
+    min_y = box.cy < min_y ? box.cy : min_y;
+    max_y = box.cy > max_y ? box.cy : max_y;
+  }
+  const int side = static_cast<int>(std::ceil(std::sqrt(static_cast<double>(box_count))));
+  const GridAxis x_axis(min_x, max_x, side);
+  const GridAxis y_axis(min_y, max_y, side);
+  const size_t columns = static_cast<size_t>(x_axis.cells);
+  const size_t cells = columns * static_cast<size_t>(y_axis.cells);
+  cell_starts_.assign(cells + 1, 0);
+  box_cells_.resize(box_count);
+  for (size_t d = 0; d < box_count; ++d) {
+    const CostPoint& box = box_points_[d];
+    if (!FiniteCentre(box.cx, box.cy)) {
+      unsorted_boxes_.push_back(static_cast<uint32_t>(d));
+      box_cells_[d] = static_cast<uint32_t>(cells);  // in no cell
+      continue;
+    }
+    const size_t cell = static_cast<size_t>(y_axis.CellOf(box.cy)) * columns +
+                        static_cast<size_t>(x_axis.CellOf(box.cx));
+    box_cells_[d] = static_cast<uint32_t>(cell);
+    ++cell_starts_[cell + 1];
+  }
+  for (size_t c = 0; c < cells; ++c) cell_starts_[c + 1] += cell_starts_[c];
+  cell_fill_.assign(cell_starts_.begin(), cell_starts_.end() - 1);
+  grid_boxes_.resize(cell_starts_[cells]);
+  for (size_t d = 0; d < box_count; ++d) {
+    const uint32_t cell = box_cells_[d];
+    if (cell < cells) grid_boxes_[cell_fill_[cell]++] = static_cast<uint32_t>(d);
+  }
+
+  for (size_t t = 0; t < track_count; ++t) {
+    const CostPoint& track = track_points_[t];
+    const float reach = GateReach(track);
+    if (!std::isfinite(reach)) {
+      for (size_t d = 0; d < box_count; ++d) consider(t, d);
+      continue;
+    }
+    const float low_x = track.cx - reach;
+    const float high_x = track.cx + reach;
+    const float low_y = track.cy - reach;
+    const float high_y = track.cy + reach;
+    // A box within the bounds lies in a cell within the bounds' cells: CellOf keeps the order.
+    const size_t first_column = static_cast<size_t>(x_axis.CellOf(low_x));
+    const size_t last_column = static_cast<size_t>(x_axis.CellOf(high_x));
+    const int last_row = y_axis.CellOf(high_y);
+    for (int row = y_axis.CellOf(low_y); row <= last_row; ++row) {
+      const size_t row_start = static_cast<size_t>(row) * columns;
+      const uint32_t end = cell_starts_[row_start + last_column + 1];
+      for (uint32_t k = cell_starts_[row_start + first_column]; k < end; ++k) {
+        const uint32_t d = grid_boxes_[k];
+        const CostPoint& box = box_points_[d];
+        if (box.cx < low_x || high_x < box.cx || box.cy < low_y || high_y < box.cy) continue;
+        consider(t, d);
+      }
+    }
+    for (uint32_t d : unsorted_boxes_) consider(t, d);
+  }
+}
+
+void GreedyTracker::MatchGroup(std::vector<Candidate>* group,
+                               const std::vector<TrackedObject>& boxes, SteadyTimePoint now) {
+  std::sort(group->begin(), group->end(),
+            [](const Candidate& a, const Candidate& b) { return CheaperFirst(a, b); });
+  for (const Candidate& pair : *group) {
+    if (track_taken_[pair.track()] == 0 && fate_[pair.box] == BoxFate::kUnmatched) {
+      Take(pair, boxes, now);
+    }
+  }
+}
+
+void GreedyTracker::Take(const Candidate& pair, const std::vector<TrackedObject>& boxes,
+                         SteadyTimePoint now) {
+  track_taken_[pair.track()] = 1;
+  fate_[pair.box] = BoxFate::kContinued;
+  // The snapshot's tracks are all in the map until the stale ones are dropped, after matching.
+  Track* track = track_refs_[pair.track()];
+  track->Update(boxes[pair.box], now);
+  box_ids_[pair.box] = track_ids_[pair.track()];
 }
 
 std::vector<TrackedObject> GreedyTracker::Update(const std::vector<TrackedObject>& boxes,
@@ -105,76 +268,50 @@ std::vector<TrackedObject> GreedyTracker::Update(const std::vector<TrackedObject
     throw std::invalid_argument("GreedyTracker::Update: boxes and scores differ in length");
   }
   const size_t box_count = boxes.size();
+  const SteadyTimePoint now = Now();  // one clock reading for the whole frame
+  update_time_ = now;
 
   // Snapshot of the live tracks: their ids and the points their costs are measured from.
-  std::vector<uint32_t> track_ids;
-  std::vector<CostPoint> track_points;
-  track_ids.reserve(tracks_.size());
-  track_points.reserve(tracks_.size());
-  for (const auto& entry : tracks_) {
-    track_ids.push_back(entry.first);
-    track_points.push_back(TrackPoint(entry.second.Record()));
+  const size_t track_count = tracks_.size();
+  track_ids_.resize(track_count);
+  track_refs_.resize(track_count);
+  track_points_.resize(track_count);
+  size_t t = 0;
+  for (auto& entry : tracks_) {
+    track_ids_[t] = entry.first;
+    track_refs_[t] = &entry.second;
+    track_points_[t] = TrackPoint(entry.second.Record());
+    ++t;
   }
-  const size_t track_count = track_ids.size();
 
-  std::vector<CostPoint> box_points;
-  box_points.reserve(box_count);
-  for (const TrackedObject& box : boxes) box_points.push_back(MovedBackPoint(box));
+  box_points_.resize(box_count);
+  for (size_t d = 0; d < box_count; ++d) box_points_[d] = MovedBackPoint(boxes[d]);
 
-  // Pairs with confident boxes, then pairs with weak ones; pairs that can never match are left
-  // out here rather than skipped later.
-  std::vector<Candidate> confident;
-  std::vector<Candidate> weak;
-  for (size_t t = 0; t < track_count; ++t) {
-    for (size_t d = 0; d < box_count; ++d) {
-      const float cost = Cost(track_points[t], box_points[d]);
-      if (!(cost < kNoMatchCost)) continue;  // also keeps not-a-number costs out of the sort
-      const Candidate candidate{cost, static_cast<uint32_t>(t), static_cast<uint32_t>(d)};
-      (scores[d] > score_threshold_ ? confident : weak).push_back(candidate);
-    }
-  }
-  std::sort(confident.begin(), confident.end(), CheaperFirst);
-  std::sort(weak.begin(), weak.end(), CheaperFirst);
+  // Pairs with confident boxes, then pairs with weak ones, each group taken cheapest first; pairs
+  // that can never match are left out here rather than skipped later.
+  GatherCandidates(scores);
 
-  std::vector<bool> track_taken(track_count, false);
-  std::vector<BoxFate> fate(box_count, BoxFate::kUnmatched);
-  std::vector<uint32_t> box_ids(box_count, 0);
-  const size_t most_pairs = std::min(track_count, box_count);
-  size_t pairs = 0;
-  for (const std::vector<Candidate>* group : {&confident, &weak}) {
-    for (const Candidate& candidate : *group) {
-      if (pairs == most_pairs) break;
-      if (track_taken[candidate.track] || fate[candidate.box] != BoxFate::kUnmatched) continue;
-      track_taken[candidate.track] = true;
-      fate[candidate.box] = BoxFate::kContinued;
-      ++pairs;
-      const uint32_t id = track_ids[candidate.track];
-      const TrackedObject& box = boxes[candidate.box];
-      auto found = tracks_.find(id);
-      if (found != tracks_.end()) {
-        found->second.Update(box, Now());
-      } else {
-        tracks_.emplace(id, CreateTrack(id, box));
-      }
-      box_ids[candidate.box] = id;
-    }
-  }
+  track_taken_.assign(track_count, 0);
+  fate_.assign(box_count, BoxFate::kUnmatched);
+  box_ids_.assign(box_count, 0);
+  MatchGroup(&confident_, boxes, now);
+  MatchGroup(&weak_, boxes, now);
 
   removed_ids_.clear();
-  for (size_t t = 0; t < track_count; ++t) {
-    if (track_taken[t]) continue;
-    const uint32_t id = track_ids[t];
-    if (tracks_.at(id).IsExpired(Now())) {
+  for (t = 0; t < track_count; ++t) {
+    if (track_taken_[t]) continue;
+    const uint32_t id = track_ids_[t];
+    if (track_refs_[t]->IsExpired(now)) {
       tracks_.erase(id);
       removed_ids_.insert(id);
     }
   }
 
   for (size_t d = 0; d < box_count; ++d) {
-    if (fate[d] != BoxFate::kUnmatched || !(scores[d] > score_threshold_)) continue;
+    if (fate_[d] != BoxFate::kUnmatched || !(scores[d] > score_threshold_)) continue;
     const uint32_t id = (*next_id_)++;
-    fate[d] = BoxFate::kBorn;
-    box_ids[d] = id;
+    fate_[d] = BoxFate::kBorn;
+    box_ids_[d] = id;
     tracks_.emplace(id, CreateTrack(id, boxes[d]));  // an id already present keeps its track
   }
 
@@ -182,9 +319,9 @@ std::vector<TrackedObject> GreedyTracker::Update(const std::vector<TrackedObject
   out.reserve(box_count);
   for (BoxFate wanted : {BoxFate::kContinued, BoxFate::kBorn}) {
     for (size_t d = 0; d < box_count; ++d) {
-      if (fate[d] != wanted) continue;
+      if (fate_[d] != wanted) continue;
       out.push_back(boxes[d]);
-      out.back().tracking_id = box_ids[d];
+      out.back().tracking_id = box_ids_[d];
     }
   }
   return out;

@@ -31,6 +31,28 @@ constexpr float kNoMatchCost = 1e9f;
 // (the new centre moved by its offset), or kNoMatchCost when it exceeds either box's area.
 float PairCost(const TrackedObject& track_box, const TrackedObject& new_box);
 
+namespace greedy_tracker_internal {
+
+// A box reduced to what the pair cost reads: its centre (for a new box, moved back by its offset)
+// and its area.
+struct CostPoint {
+  float cx;
+  float cy;
+  float area;
+};
+
+// One track/box pair that passes the gate, ordered by cost, then track, then box with one
+// comparison of the first word in most cases: a cost is never negative (nor not-a-number), so the
+// order of its bit pattern is that of its value.
+struct Candidate {
+  uint64_t cost_track;  // the cost's bits above the track's index in the frame's snapshot
+  uint32_t box;         // index into the frame's boxes
+
+  uint32_t track() const { return static_cast<uint32_t>(cost_track); }
+};
+
+}  // namespace greedy_tracker_internal
+
 // Owns the live tracks of one class and the ids dropped by the latest Update. Shares (does not
 // own) the id counter of the detection tracker it belongs to, which must outlive it. Not
 // thread-safe: one thread (the pipeline thread) calls it.
@@ -94,17 +116,49 @@ class GreedyTracker {
   std::unordered_set<uint32_t> RemovedIds() const { return removed_ids_; }
 
  protected:
-  // Makes the track for a new id, first seen now and already updated once with record.
+  // Makes the track for a new id, first seen at the time of the update in progress (the clock is
+  // read once per Update) and already updated once with record.
   virtual Track CreateTrack(uint32_t id, const TrackedObject& record);
 
   SteadyTimePoint Now() const { return now_(); }
 
  private:
+  using CostPoint = greedy_tracker_internal::CostPoint;
+  using Candidate = greedy_tracker_internal::Candidate;
+  enum class BoxFate : unsigned char { kUnmatched, kContinued, kBorn };
+
+  // Fills confident_ and weak_ with the pairs that pass the gate.
+  void GatherCandidates(const std::vector<float>& scores);
+  // Takes the pairs of one group, cheapest first, whose track and box are both still free.
+  void MatchGroup(std::vector<Candidate>* group, const std::vector<TrackedObject>& boxes,
+                  SteadyTimePoint now);
+  // Continues the pair's track with its box.
+  void Take(const Candidate& pair, const std::vector<TrackedObject>& boxes, SteadyTimePoint now);
+
   uint32_t* next_id_;
   float score_threshold_;
   SteadyNow now_;
+  SteadyTimePoint update_time_{};  // the clock reading of the latest Update
   std::unordered_map<uint32_t, Track> tracks_;
   std::unordered_set<uint32_t> removed_ids_;
+
+  // Per-frame working lists, kept between updates so that their storage is reused.
+  std::vector<uint32_t> track_ids_;  // the snapshot: the live tracks, in map order
+  std::vector<Track*> track_refs_;   // and where they are in the map
+  std::vector<CostPoint> track_points_;
+  std::vector<CostPoint> box_points_;
+  std::vector<uint32_t> box_cells_;    // per box, its grid cell (the cell count for none)
+  std::vector<uint32_t> cell_starts_;  // per grid cell, where its boxes start in grid_boxes_
+  std::vector<uint32_t> cell_fill_;
+  std::vector<uint32_t> grid_boxes_;      // the boxes with a finite centre, cell by cell
+  std::vector<uint32_t> unsorted_boxes_;  // boxes whose centre x is not finite
+  std::vector<Candidate> confident_;
+  std::vector<Candidate> weak_;
+  std::vector<uint32_t> best_of_track_;     // per track, its cheapest pair in the group walked
+  std::vector<uint32_t> best_of_box_;       // per box, likewise
+  std::vector<unsigned char> track_taken_;  // 1 once the track is matched
+  std::vector<BoxFate> fate_;
+  std::vector<uint32_t> box_ids_;
 };
 
 }  // namespace dva

@@ -30,8 +30,9 @@ bool InRegion(const DetectionRegion& region, const TrackedObject& o) {
 void ObjectStatus::Update(const TrackedObject& object, SteadyTimePoint now) {
   last_update = now;
   const float area = (object.xmax - object.xmin) * (object.ymax - object.ymin);
+  // The region test, by far the dearest part, comes last.
   const bool condition =
-      InRegion(*region, object) && ClassInMask(class_mask, object.class_id) && min_area <= area;
+      ClassInMask(class_mask, object.class_id) && min_area <= area && InRegion(*region, object);
   if (!condition) {
     triggered = false;
   } else if (!triggered) {
