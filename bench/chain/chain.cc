@@ -186,9 +186,7 @@ Chain::Chain() {
    private:
     int32_t taken_ = 0;
   };
-  snapshots_ = std::make_unique<SnapshotIdCache>(std::make_unique<CountingGetter>(), [this] {
-    return static_cast<int64_t>(now_.time_since_epoch().count());
-  });
+  snapshots_ = std::make_unique<SnapshotIdCache>(std::make_unique<CountingGetter>(), clock);
 }
 
 uint32_t Chain::RunFrame(uint64_t index) {
