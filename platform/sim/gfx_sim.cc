@@ -71,13 +71,17 @@ void ChromaSpan(long start, long size, int* c_start, int* c_size) {
 // rounds differently on ARM and on x86 (each build matches its own vector code); its vertical
 // filter does not. So both passes are vertical: the rows are scaled, the plane is transposed, the
 // former columns are scaled as rows, and the result is transposed back.
+//
+// The intermediate planes are kept per thread and only grow: a fresh megabyte every frame cost
+// hundreds of page faults per frame.
 void ScaleLumaBilinear(const uint8_t* src, int src_stride, int sw, int sh, uint8_t* dst,
                        int dst_stride, int dw, int dh) {
-  std::vector<uint8_t> rows(static_cast<size_t>(sw) * dh);  // sw wide, dh high
+  thread_local std::vector<uint8_t> rows, turned, scaled;
+  rows.resize(static_cast<size_t>(sw) * dh);  // sw wide, dh high
   libyuv::ScalePlane(src, src_stride, sw, sh, rows.data(), sw, sw, dh, libyuv::kFilterBilinear);
-  std::vector<uint8_t> turned(rows.size());  // dh wide, sw high
+  turned.resize(rows.size());  // dh wide, sw high
   libyuv::TransposePlane(rows.data(), sw, turned.data(), dh, sw, dh);
-  std::vector<uint8_t> scaled(static_cast<size_t>(dh) * dw);  // dh wide, dw high
+  scaled.resize(static_cast<size_t>(dh) * dw);  // dh wide, dw high
   libyuv::ScalePlane(turned.data(), dh, dh, sw, scaled.data(), dh, dh, dw, libyuv::kFilterBilinear);
   libyuv::TransposePlane(scaled.data(), dh, dst, dst_stride, dh, dw);
 }
