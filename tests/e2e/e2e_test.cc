@@ -4,13 +4,11 @@
 #include <gtest/gtest.h>
 #include <jansson.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <turbojpeg.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <fstream>
 #include <map>
 #include <set>
 #include <sstream>
@@ -19,6 +17,7 @@
 
 #include "mirvane_sim.h"
 #include "testing/child_process.h"
+#include "testing/daemon_files.h"
 
 namespace mirvane {
 namespace e2e {
@@ -26,30 +25,15 @@ namespace {
 
 using std::chrono::seconds;
 using testing::ReadFileOrEmpty;
+using testing::SetSetting;
 using testing::Subprocess;
 using testing::WaitUntil;
+using testing::WriteText;
 
 constexpr char kDaemonOutput[] = "/tmp/log/mirvane.out";
 constexpr char kGroundTruth[] = "/tmp/mirvane-sim/ground_truth.csv";
 constexpr char kWholePicture[] = "0.0,0.0,1.0,0.0,1.0,1.0,0.0,1.0";
 constexpr char kMiddleFence[] = "0.5,0.0,0.5,1.0";  // top to bottom: direction 1 is left to right
-
-void WriteText(const std::string& path, const std::string& text) {
-  for (size_t slash = path.find('/', 1); slash != std::string::npos;
-       slash = path.find('/', slash + 1)) {
-    mkdir(path.substr(0, slash).c_str(), 0755);
-  }
-  std::ofstream file(path, std::ios::trunc);
-  file << text;
-  ASSERT_TRUE(file.good()) << path;
-}
-
-void SetSetting(const std::string& key, const std::string& json_value) {
-  json_t* value = json_loads(json_value.c_str(), JSON_DECODE_ANY, nullptr);
-  ASSERT_NE(value, nullptr) << json_value;
-  EXPECT_EQ(mirvane_param_set(key.c_str(), value), 0);
-  json_decref(value);
-}
 
 struct RunSetup {
   std::string scene = "default";        // a shipped scene's name or a scene as JSON text
@@ -84,12 +68,7 @@ void Prepare(const RunSetup& s) {
   Subprocess tool(argv);
   ASSERT_TRUE(tool.Wait(seconds(30)));
   ASSERT_EQ(tool.result().exit_code, 0) << tool.result().err;
-  WriteText("/tmp/workspace/model/model_id.config",
-            std::string("kModelPath=") + model +
-                "\nkCurrentImgPath=90000000\nkPreImgPath=90000001\nkHm1Path=a0000084\n"
-                "kHm2Path=a0000096\nkHm3Path=a00000a7\nkReg1Path=a000007e\nkReg2Path=a0000094\n"
-                "kReg3Path=a00000a5\nkTracking1Path=a0000081\nkTracking2Path=a0000095\n"
-                "kTracking3Path=a00000a6\n");
+  WriteText("/tmp/workspace/model/model_id.config", testing::ModelIdTable(model));
 
   char rules[1024];
   std::snprintf(rules, sizeof(rules),
@@ -207,13 +186,7 @@ Transcript RunToEnd(int max_restarts = 0) {
 
 // The daemon's log lines that contain text.
 std::vector<std::string> LogLines(const std::string& text) {
-  std::vector<std::string> found;
-  std::istringstream lines(ReadFileOrEmpty(kDaemonOutput));
-  std::string line;
-  while (std::getline(lines, line)) {
-    if (line.find(text) != std::string::npos) found.push_back(line);
-  }
-  return found;
+  return testing::LinesContaining(ReadFileOrEmpty(kDaemonOutput), text);
 }
 
 std::vector<int> RetryCounts() {
