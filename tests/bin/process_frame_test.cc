@@ -27,19 +27,8 @@ using testing::Subprocess;
 using testing::SystemPeer;
 using testing::WaitUntil;
 
-// The heartbeats the peer received, one letter each: 'W' alive, 'w' released.
-std::string Heartbeats(const SystemPeer& peer) {
-  std::string letters;
-  for (const PeerMessage& m : peer.Messages()) {
-    if (m.cmd == SYSAPI_CMD_WDG_ALIVE || m.cmd == SYSAPI_CMD_WDG_RELEASE) {
-      letters += static_cast<char>(m.cmd);
-    }
-  }
-  return letters;
-}
-
 bool WaitForHeartbeats(const SystemPeer& peer, size_t count) {
-  return WaitUntil([&] { return Heartbeats(peer).size() >= count; }, seconds(10));
+  return WaitUntil([&] { return peer.Heartbeats().size() >= count; }, seconds(10));
 }
 
 TEST(DaemonStop, EachStopSignalEndsItWithOneFinalHeartbeat) {
@@ -55,7 +44,7 @@ TEST(DaemonStop, EachStopSignalEndsItWithOneFinalHeartbeat) {
     ASSERT_TRUE(daemon.Wait(seconds(15)));
     EXPECT_EQ(daemon.result().exit_code, 0) << daemon.result().out << daemon.result().err;
     WaitForHeartbeats(peer, 2);
-    EXPECT_EQ(Heartbeats(peer), c.second);
+    EXPECT_EQ(peer.Heartbeats(), c.second);
   }
 }
 
@@ -73,7 +62,7 @@ std::string HeartbeatsOfComponentInChild(const std::function<void()>& stop) {
         stop();
       }
       WaitForHeartbeats(peer, 2);  // the destructor sent the final update
-      heartbeats = Heartbeats(peer);
+      heartbeats = peer.Heartbeats();
     }
     std::fputs(heartbeats.c_str(), stdout);
   });

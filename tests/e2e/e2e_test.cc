@@ -24,6 +24,7 @@
 #include "mirvane_sim.h"
 #include "testing/artifacts.h"
 #include "testing/child_process.h"
+#include "testing/daemon_files.h"
 
 namespace mirvane {
 namespace e2e {
@@ -31,10 +32,12 @@ namespace {
 
 using std::chrono::seconds;
 using testing::ReadFileOrEmpty;
+using testing::SetSetting;
 using testing::ShellCommand;
 using testing::Subprocess;
 using testing::UnderEmulator;
 using testing::WaitUntil;
+using testing::WriteText;
 
 constexpr char kDaemonOutput[] = "/tmp/log/mirvane.out";
 // The stand-in, started at once; it restarts the daemon max_restarts times and ends after it.
@@ -148,13 +151,7 @@ Transcript RunToEnd(int max_restarts = 0, const std::vector<std::string>& extra 
 
 // The daemon's log lines that contain text.
 std::vector<std::string> LogLines(const std::string& text) {
-  std::vector<std::string> found;
-  std::istringstream lines(ReadFileOrEmpty(kDaemonOutput));
-  std::string line;
-  while (std::getline(lines, line)) {
-    if (line.find(text) != std::string::npos) found.push_back(line);
-  }
-  return found;
+  return testing::LinesContaining(ReadFileOrEmpty(kDaemonOutput), text);
 }
 
 std::vector<int> RetryCounts() {

@@ -17,23 +17,6 @@ namespace e2e {
 using std::chrono::seconds;
 using testing::Subprocess;
 
-void WriteText(const std::string& path, const std::string& text) {
-  for (size_t slash = path.find('/', 1); slash != std::string::npos;
-       slash = path.find('/', slash + 1)) {
-    mkdir(path.substr(0, slash).c_str(), 0755);
-  }
-  std::ofstream file(path, std::ios::trunc);
-  file << text;
-  ASSERT_TRUE(file.good()) << path;
-}
-
-void SetSetting(const std::string& key, const std::string& json_value) {
-  json_t* value = json_loads(json_value.c_str(), JSON_DECODE_ANY, nullptr);
-  ASSERT_NE(value, nullptr) << json_value;
-  EXPECT_EQ(mirvane_param_set(key.c_str(), value), 0);
-  json_decref(value);
-}
-
 namespace {
 
 // The ideal network's model file, with the model id file pointing at it.
@@ -45,12 +28,7 @@ void WriteIdealModel(const std::vector<std::string>& model_args) {
   Subprocess tool(argv);
   ASSERT_TRUE(tool.Wait(seconds(30)));
   ASSERT_EQ(tool.result().exit_code, 0) << tool.result().err;
-  WriteText("/tmp/workspace/model/model_id.config",
-            std::string("kModelPath=") + model +
-                "\nkCurrentImgPath=90000000\nkPreImgPath=90000001\nkHm1Path=a0000084\n"
-                "kHm2Path=a0000096\nkHm3Path=a00000a7\nkReg1Path=a000007e\nkReg2Path=a0000094\n"
-                "kReg3Path=a00000a5\nkTracking1Path=a0000081\nkTracking2Path=a0000095\n"
-                "kTracking3Path=a00000a6\n");
+  WriteText("/tmp/workspace/model/model_id.config", testing::ModelIdTable(model));
 }
 
 // The rules of the setup, in the parameter store.

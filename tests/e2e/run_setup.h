@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "testing/daemon_files.h"
+
 namespace mirvane {
 namespace e2e {
 
@@ -14,19 +16,16 @@ constexpr char kGroundTruth[] = "/tmp/mirvane-sim/ground_truth.csv";
 constexpr char kWholePicture[] = "0.0,0.0,1.0,0.0,1.0,1.0,0.0,1.0";
 constexpr char kMiddleFence[] = "0.5,0.0,0.5,1.0";  // top to bottom: direction 1 is left to right
 
-// Writes text to path, creating the missing directories (a test failure when it cannot).
-void WriteText(const std::string& path, const std::string& text);
-
-// Sets a key of the parameter store to a JSON value.
-void SetSetting(const std::string& key, const std::string& json_value);
+using testing::SetSetting;
+using testing::WriteText;
 
 struct RunSetup {
-  std::string scene = "default";        // a shipped scene's name or a scene as JSON text
-  std::string clock = "virtual";        // or "real"
-  std::string pace = "fast";            // or "realtime"
-  bool ideal_model = true;  // else the network the build installs, imperfections and all
-  bool loop = false;                    // the scene starts again at its end
-  std::string sim_extra;                // further members of the simulation's settings ("faults")
+  std::string scene = "default";  // a shipped scene's name or a scene as JSON text
+  std::string clock = "virtual";  // or "real"
+  std::string pace = "fast";      // or "realtime"
+  bool ideal_model = true;        // else the network the build installs, imperfections and all
+  bool loop = false;              // the scene starts again at its end
+  std::string sim_extra;          // further members of the simulation's settings ("faults")
   std::vector<std::string> model_args;  // for mirvane-model, e.g. {"--delay-ms", "400"}
   std::string region = kWholePicture;
   int dwell_seconds = 1;  // for people and vehicles
@@ -35,8 +34,8 @@ struct RunSetup {
 };
 
 // Writes the simulation's settings, the ideal model with the model id file pointing at it (unless
-// the installed model is asked for), and the rules (detection threshold 35 %, tracking 60 %; region for people and vehicles, fence for
-// people and vehicles).
+// the installed model is asked for), and the rules (detection threshold 35 %, tracking 60 %; region
+// for people and vehicles, fence for people and vehicles).
 void Prepare(const RunSetup& s);
 
 }  // namespace e2e

@@ -19,9 +19,10 @@ namespace testing {
 namespace {
 
 std::atomic<int> g_capture_counter{0};
+std::string g_capture_directory = "/tmp";
 
 std::string CapturePath(const char* kind) {
-  return "/tmp/mirvane-test-" + std::to_string(getpid()) + "-" +
+  return g_capture_directory + "/mirvane-test-" + std::to_string(getpid()) + "-" +
          std::to_string(g_capture_counter.fetch_add(1)) + "." + kind;
 }
 
@@ -88,6 +89,10 @@ std::string ShellCommand(const std::vector<std::string>& argv) {
     command += (command.empty() ? "" : " ") + quoted + "'";
   }
   return command;
+}
+
+void SetCaptureDirectory(const std::string& directory) {
+  g_capture_directory = directory;
 }
 
 std::string ReadFileOrEmpty(const std::string& path) {

@@ -56,6 +56,10 @@ bool UnderEmulator();
 // build), each word quoted: for programs that others start, such as the stand-in's restart command.
 std::string ShellCommand(const std::vector<std::string>& argv);
 
+// Where the captured output of children and programs goes from now on ("/tmp" unless set): a
+// test that fills /tmp keeps its captures elsewhere.
+void SetCaptureDirectory(const std::string& directory);
+
 // Polls condition every 10 ms until it holds or the timeout passes; returns its last value.
 bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout);
 

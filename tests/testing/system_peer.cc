@@ -59,6 +59,17 @@ size_t SystemPeer::Count(uint32_t cmd) const {
                        [cmd](const PeerMessage& m) { return m.cmd == cmd; });
 }
 
+std::string SystemPeer::Heartbeats() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  std::string letters;
+  for (const PeerMessage& m : messages_) {
+    if (m.cmd == SYSAPI_CMD_WDG_ALIVE || m.cmd == SYSAPI_CMD_WDG_RELEASE) {
+      letters += static_cast<char>(m.cmd);
+    }
+  }
+  return letters;
+}
+
 void SystemPeer::DropClients() {
   drop_clients_ = true;
   const char wake = 'd';
@@ -66,16 +77,25 @@ void SystemPeer::DropClients() {
   while (drop_clients_) std::this_thread::yield();
 }
 
+void SystemPeer::SetStalled(bool stalled) {
+  stalled_ = stalled;
+  const char wake = 'w';
+  (void)!write(wake_pipe_[1], &wake, 1);
+}
+
 void SystemPeer::Serve() {
   std::map<int, std::vector<uint8_t>> clients;  // socket, bytes not yet read as a message
   for (;;) {
     std::vector<pollfd> fds = {{wake_pipe_[0], POLLIN, 0}, {listen_fd_, POLLIN, 0}};
-    for (const auto& entry : clients) fds.push_back({entry.first, POLLIN, 0});
+    if (!stalled_) {
+      for (const auto& entry : clients) fds.push_back({entry.first, POLLIN, 0});
+    }
     if (poll(fds.data(), fds.size(), -1) < 0) continue;
     if (fds[0].revents != 0) {
       char what = 0;
       (void)!read(wake_pipe_[0], &what, 1);
       if (what == 's') break;
+      if (what == 'w') continue;
       for (const auto& entry : clients) close(entry.first);
       clients.clear();
       drop_clients_ = false;
@@ -83,7 +103,10 @@ void SystemPeer::Serve() {
     }
     if (fds[1].revents & POLLIN) {
       int fd = accept4(listen_fd_, nullptr, nullptr, SOCK_CLOEXEC);
-      if (fd >= 0) clients[fd];
+      if (fd >= 0) {
+        clients[fd];
+        ++accepted_;
+      }
     }
     for (size_t i = 2; i < fds.size(); ++i) {
       if (fds[i].revents == 0) continue;
