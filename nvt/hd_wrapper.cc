@@ -30,9 +30,8 @@ void SaveMemBlkIdFile(uint32_t id) {
   // a link planted at the path is replaced, not followed.
   if (!WriteFileAtomically(kMemBlkIdFilePath, std::to_string(id))) {
     const int error = errno;
-    MIRVANE_LOG(kLogErr, "Fail to open mem blk id file %s\n", kMemBlkIdFilePath);
-    MIRVANE_LOG(kLogErr, "mem blk id %u not recorded (%s): a crash now leaves the block taken\n",
-                id, std::strerror(error));
+    MIRVANE_LOG(kLogErr, "Fail to write mem blk id file %s: mem blk id %u not recorded (%s)\n",
+                kMemBlkIdFilePath, id, std::strerror(error));
   }
 }
 
