@@ -59,6 +59,9 @@ std::string HeartbeatsOfComponentInChild(const std::function<void()>& stop) {
       {
         CommonDaemonComponent component("mirvane", "restart");
         if (!WaitForHeartbeats(peer, 1)) _exit(11);
+        // Into its 5-s wait after the first update: a watchdog still between the update and the
+        // wait (an emulator on a busy machine) would see the first signal alone.
+        std::this_thread::sleep_for(milliseconds(500));
         stop();
       }
       WaitForHeartbeats(peer, 2);  // the destructor sent the final update

@@ -263,7 +263,10 @@ TEST(Supervision, AHungDaemonIsKilledAndRestartedAndTheNewOneRecoversTheBlock) {
   EXPECT_EQ(now.count(hung), 0u) << "the hung daemon was killed";
   EXPECT_NE(ReadFileOrEmpty(kScriptOutput).find("killing it"), std::string::npos)
       << Diagnostics(stand_in);
-  EXPECT_NE(ReadFileOrEmpty(kDaemonOutput).find(kRecoveryLine), std::string::npos)
+  // Heartbeats start before the pipeline has taken its block: the line may still be on its way.
+  EXPECT_TRUE(WaitUntil(
+      [] { return ReadFileOrEmpty(kDaemonOutput).find(kRecoveryLine) != std::string::npos; },
+      seconds(30)))
       << Diagnostics(stand_in);
 
   EXPECT_EQ(RunScript(Shells()[0], "stop").exit_code, 0);
