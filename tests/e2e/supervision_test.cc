@@ -252,6 +252,9 @@ TEST(Supervision, AHungDaemonIsKilledAndRestartedAndTheNewOneRecoversTheBlock) {
   ASSERT_TRUE(WaitForDaemon(stand_in, 1)) << Diagnostics(stand_in);
   const pid_t hung = PidFromFile();
   ASSERT_EQ(Daemons(), std::set<pid_t>{hung});
+  // Heartbeats start before the pipeline takes its block: hang it once the block is on record.
+  ASSERT_TRUE(WaitUntil([] { return !ReadFileOrEmpty("/tmp/mirvane_blkid").empty(); }, seconds(30)))
+      << Diagnostics(stand_in);
   kill(hung, SIGSTOP);
 
   ASSERT_TRUE(WaitForDaemon(stand_in, 2)) << Diagnostics(stand_in);
