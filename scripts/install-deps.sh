@@ -20,7 +20,11 @@ packages=(
   libyuv-dev libturbojpeg0-dev libjpeg62-turbo-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   valgrind util-linux
+  libavformat-dev libavcodec-dev libswscale-dev libavutil-dev
+  libopencv-video-dev libopencv-dnn-dev
 )
+# Video files (FFmpeg) and the motion and ONNX networks (OpenCV) are host-side parts of the
+# simulation: native only, a cross build leaves them out.
 # The target libraries of the cross builds: the same packages for the foreign architecture (a
 # library that the daemon or its tests link belongs here as well as above). The multiarch C and C++
 # runtimes are what the tests run on under qemu-user.
