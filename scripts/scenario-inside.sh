@@ -2,14 +2,22 @@
 # Runs inside a private namespace (see scenarios.sh): one scene as fast as the daemon takes it,
 # the stand-in's JSON lines and the snapshots kept, then the evaluator against the scene's ground
 # truth. Optional fifth argument: the frame rate of the simulated camera (fewer frames, shorter run).
+# The scene "sample" is the footage in <build>/samples/vtest.avi with scripts/sample-settings.json.
 set -euo pipefail
 root=$1 build=$2 scene=$3 out=$4 fps=${5:-25}
 mkdir -p /tmp/log /tmp/mirvane-sim
+source_setting="\"scene\": \"$scene\", \"fps\": $fps"
+settings=$root/scripts/demo-settings.json
+if [[ $scene == sample ]]; then
+  source_setting="\"file\": \"$build/samples/vtest.avi\""
+  settings=$root/scripts/sample-settings.json
+fi
 cat > /tmp/mirvane-sim/sim.json <<JSON
-{"video": {"scene": "$scene", "pace": "fast", "fps": $fps,
+{"video": {$source_setting, "pace": "fast",
            "ground_truth": "/tmp/mirvane-sim/ground_truth.csv"}}
 JSON
-"$build/tools/mirvane-param/mirvane-param" load "$root/scripts/demo-settings.json" >/dev/null
+"$build/tools/mirvane-param/mirvane-param" load "$settings" >/dev/null
+cp "$settings" "$out/$scene.settings.json"
 rm -rf "$out/$scene.snapshots"
 "$build/tools/sysd/mirvane-sysd" --json --restart-command "$build/bin/mirvane" --start \
   --max-restarts 0 --daemon-output /tmp/log/mirvane.out --keep-snapshots "$out/$scene.snapshots" \

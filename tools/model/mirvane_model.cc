@@ -1,12 +1,13 @@
 // mirvane-model: writes, prints and checks the host model files of the network runtime.
 //
-//   mirvane-model write [--ideal] [--settings FILE.json] [--NAME VALUE]... OUTPUT
+//   mirvane-model write [--ideal] [--network NAME] [--settings FILE.json] [--NAME VALUE]... OUTPUT
 //   mirvane-model print FILE
 //   mirvane-model check FILE
 //
 // write starts from the default model (the daemon's default path ids and the reference network's
 // default imperfections), or with --ideal from none at all, then applies a JSON settings file and
-// options such as --seed 7 --miss-rate 0.05 --delay-ms 0, in that order.
+// options such as --seed 7 --miss-rate 0.05 --delay-ms 0, in that order. --network motion-mog2
+// writes the motion detector for real footage instead of the reference network.
 #include <cstdio>
 #include <fstream>
 #include <iterator>
@@ -24,10 +25,12 @@ using mirvane::sim::ai::ModelDescription;
 
 int Usage() {
   std::fprintf(stderr,
-               "usage: mirvane-model write [--ideal] [--settings FILE.json] [--NAME VALUE]... OUTPUT\n"
+               "usage: mirvane-model write [--ideal] [--network NAME] [--settings FILE.json] "
+               "[--NAME VALUE]... OUTPUT\n"
                "       mirvane-model print FILE\n"
                "       mirvane-model check FILE\n"
-               "settings: seed, score, score-jitter, miss-rate, false-rate, box-jitter, delay-ms\n");
+               "settings: seed, score, score-jitter, miss-rate, false-rate, box-jitter, delay-ms\n"
+               "networks: nanotrack-reference (default), motion-mog2\n");
   return 2;
 }
 
@@ -45,6 +48,8 @@ int Write(int argc, char** argv) {
     const std::string arg = argv[i];
     if (arg == "--ideal") {
       model.settings = mirvane::sim::ai::IdealSettings();
+    } else if (arg == "--network" && i + 1 < argc) {
+      model.name = argv[++i];
     } else if (arg == "--settings" && i + 1 < argc) {
       std::ifstream in(argv[++i]);
       std::stringstream text;

@@ -131,7 +131,7 @@ bool InRange01(float v) { return v >= 0.0f && v <= 1.0f; }
 
 // The reference network's own limits on what a model may say.
 ModelCheck CheckContents(const ModelDescription& model) {
-  if (model.name != kReferenceNetworkName) {
+  if (model.name != kReferenceNetworkName && model.name != kMotionNetworkName) {
     return Fail(HD_ERR_NOT_SUPPORT, "unknown network \"" + model.name + "\"");
   }
   std::set<uint32_t> ids;

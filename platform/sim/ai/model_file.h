@@ -31,8 +31,10 @@ namespace ai {
 
 constexpr uint32_t kModelFileVersion = 1;
 constexpr size_t kModelHeaderSize = 16;
-// The only network this runtime implements.
+// The networks this runtime implements: the reference network, and the motion detector (on a
+// build with OpenCV), which reads the same settings but seed, miss and false rates and box jitter.
 constexpr const char* kReferenceNetworkName = "nanotrack-reference";
+constexpr const char* kMotionNetworkName = "motion-mog2";
 
 // What an output tensor holds; the scale is 0, 1, 2 for strides 8, 16, 32.
 enum class OutputKind : uint32_t { kHeatmap = 1, kRegression = 2, kTracking = 3 };
@@ -90,9 +92,9 @@ NetworkSettings IdealSettings();
 std::vector<uint8_t> SerializeModel(const ModelDescription& model);
 
 // Parses the file at data (region_size bytes available). Codes: HD_ERR_SIGN for a foreign file,
-// HD_ERR_NOT_SUPPORT for another version or network, HD_ERR_UNDERRUN for a truncated one,
-// HD_ERR_BAD_DATA for a corrupt one (checksum, chunk structure) and HD_ERR_INV for contents the
-// reference network cannot run (shapes, formats, path ids, settings out of range).
+// HD_ERR_NOT_SUPPORT for another version or an unknown network, HD_ERR_UNDERRUN for a truncated
+// one, HD_ERR_BAD_DATA for a corrupt one (checksum, chunk structure) and HD_ERR_INV for contents
+// the reference network cannot run (shapes, formats, path ids, settings out of range).
 ModelCheck ParseModel(const uint8_t* data, size_t region_size, ModelDescription* model);
 
 // One line per field, for the model tool.
