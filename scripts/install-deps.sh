@@ -21,7 +21,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   valgrind util-linux
   libavformat-dev libavcodec-dev libswscale-dev libavutil-dev
-  libopencv-video-dev libopencv-dnn-dev
+  libopencv-video-dev libopencv-dnn-dev python3-onnx
 )
 # Video files (FFmpeg) and the motion and ONNX networks (OpenCV) are host-side parts of the
 # simulation: native only, a cross build leaves them out.

@@ -11,6 +11,7 @@
 //            u32 channels, u32 format, f32 scale ratio
 //     "SETT" u64 seed, f32 score, f32 score jitter, f32 miss rate, f32 false rate, f32 box jitter,
 //            u32 delay in ms
+//     "ONNX" a float ONNX export of the detection network (networks of kind onnx-float only)
 //   Unknown chunks are skipped; a longer known chunk is accepted (later versions append fields).
 //
 // The file may sit at the start of a larger region (device memory rounded up): the total size in
@@ -35,6 +36,9 @@ constexpr size_t kModelHeaderSize = 16;
 // build with OpenCV), which reads the same settings but seed, miss and false rates and box jitter.
 constexpr const char* kReferenceNetworkName = "nanotrack-reference";
 constexpr const char* kMotionNetworkName = "motion-mog2";
+// A user's own network: the model file carries its float ONNX export (see onnx_network.h for the
+// tensors it takes and gives), run with OpenCV and quantised to the outputs' formats.
+constexpr const char* kOnnxNetworkName = "onnx-float";
 
 // What an output tensor holds; the scale is 0, 1, 2 for strides 8, 16, 32.
 enum class OutputKind : uint32_t { kHeatmap = 1, kRegression = 2, kTracking = 3 };
@@ -73,6 +77,7 @@ struct ModelDescription {
   std::vector<InputPath> inputs;    // current picture first, then the previous one
   std::vector<OutputPath> outputs;
   NetworkSettings settings;
+  std::vector<uint8_t> onnx;  // the ONNX export, for onnx-float
 };
 
 // Result of parsing: 0, or the platform's error code with a reason.
