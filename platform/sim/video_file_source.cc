@@ -9,22 +9,20 @@
 #include <string>
 #include <vector>
 
-#include "frame_source.h"
-#include "sim_settings.h"
+#include <cstdio>
 
-#ifdef MIRVANE_SIM_HAVE_FFMPEG
+#include "frame_source.h"
+
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/log.h>
 #include <libswscale/swscale.h>
 }
-#endif
 
 namespace mirvane {
 namespace sim {
 
-#ifdef MIRVANE_SIM_HAVE_FFMPEG
 namespace {
 
 std::string ErrorText(int code) {
@@ -237,8 +235,9 @@ class VideoFileSource : public FrameSource {
   // The file gives fewer frames than it holds packets: it ends here, like a scene.
   void EndAt(int64_t frames, const std::string& why) {
     if (frames < count_) {
-      SimWarn("video file %s: ends after %lld of %lld frames (%s)", path_.c_str(),
-              static_cast<long long>(frames), static_cast<long long>(count_), why.c_str());
+      std::fprintf(stderr, "mirvane-sim: video file %s: ends after %lld of %lld frames (%s)\n",
+                   path_.c_str(), static_cast<long long>(frames), static_cast<long long>(count_),
+                   why.c_str());
       count_ = std::max<int64_t>(frames, 1);
     }
   }
@@ -284,23 +283,14 @@ class VideoFileSource : public FrameSource {
 
 }  // namespace
 
-std::unique_ptr<FrameSource> MakeVideoFileSource(const std::string& path, uint32_t width,
-                                                 uint32_t height, std::string* error) {
+// Part of the media module (see media_module.h): MakeVideoFileSource reaches it from outside.
+std::unique_ptr<FrameSource> OpenVideoFile(const std::string& path, uint32_t width, uint32_t height,
+                                           std::string* error) {
   av_log_set_level(AV_LOG_QUIET);  // failures are reported as one line of ours
   auto source = std::make_unique<VideoFileSource>(path, width, height);
   if (!source->Open(error)) return nullptr;
   return source;
 }
-
-#else  // no FFmpeg in this build
-
-std::unique_ptr<FrameSource> MakeVideoFileSource(const std::string& path, uint32_t, uint32_t,
-                                                 std::string* error) {
-  *error = "cannot play " + path + ": this build of the simulation has no video decoding";
-  return nullptr;
-}
-
-#endif
 
 }  // namespace sim
 }  // namespace mirvane

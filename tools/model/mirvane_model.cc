@@ -22,9 +22,7 @@
 
 #include "model_file.h"
 #include "model_settings.h"
-#ifdef MIRVANE_MODEL_CHECKS_ONNX
-#include "onnx_network.h"
-#endif
+#include "media_module.h"
 
 namespace {
 
@@ -64,15 +62,16 @@ int Write(int argc, char** argv) {
         return 1;
       }
       model.name = mirvane::sim::ai::kOnnxNetworkName;
-#ifdef MIRVANE_MODEL_CHECKS_ONNX
-      if (!mirvane::sim::ai::CheckOnnxExport(model.onnx, &error)) {
+      using Check = bool (*)(const std::vector<uint8_t>*, std::string*);
+      auto check =
+          reinterpret_cast<Check>(mirvane::sim::MediaFunction("mirvane_media_check_onnx", &error));
+      if (check == nullptr) {
+        std::fprintf(stderr, "mirvane-model: %s is wrapped unchecked: %s\n", argv[i],
+                     error.c_str());
+      } else if (!check(&model.onnx, &error)) {
         std::fprintf(stderr, "mirvane-model: %s: %s\n", argv[i], error.c_str());
         return 1;
       }
-#else
-      std::fprintf(stderr, "mirvane-model: this build has no OpenCV: %s is wrapped unchecked\n",
-                   argv[i]);
-#endif
     } else if (arg == "--settings" && i + 1 < argc) {
       std::ifstream in(argv[++i]);
       std::stringstream text;

@@ -1,10 +1,7 @@
 #include "host_network.h"
 
+#include "media_module.h"
 #include "reference_network.h"
-#ifdef MIRVANE_SIM_HAVE_OPENCV
-#include "motion_network.h"
-#include "onnx_network.h"
-#endif
 
 namespace mirvane {
 namespace sim {
@@ -12,12 +9,15 @@ namespace ai {
 
 std::unique_ptr<HostNetwork> MakeHostNetwork(const ModelDescription& model, std::string* error) {
   if (model.name == kReferenceNetworkName) return std::make_unique<ReferenceNetwork>(model);
-#ifdef MIRVANE_SIM_HAVE_OPENCV
-  if (model.name == kMotionNetworkName) return std::make_unique<MotionNetwork>(model);
-  if (model.name == kOnnxNetworkName) return OnnxNetwork::Create(model, error);
-#endif
-  *error = "this build of the runtime cannot run " + model.name + " (it has no OpenCV)";
-  return nullptr;
+  // The networks for real footage run with OpenCV, in the media module.
+  using Make = HostNetwork* (*)(const ModelDescription*, std::string*);
+  std::string why;
+  auto make = reinterpret_cast<Make>(MediaFunction("mirvane_media_make_network", &why));
+  if (make == nullptr) {
+    *error = "cannot run " + model.name + ": " + why;
+    return nullptr;
+  }
+  return std::unique_ptr<HostNetwork>(make(&model, error));
 }
 
 }  // namespace ai
