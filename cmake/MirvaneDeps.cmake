@@ -36,6 +36,31 @@ if(MIRVANE_PLATFORM STREQUAL "sim")
     INTERFACE_INCLUDE_DIRECTORIES ${LIBYUV_INCLUDE_DIR})
   pkg_check_modules(TURBOJPEG REQUIRED IMPORTED_TARGET libturbojpeg)
   add_library(mirvane::turbojpeg ALIAS PkgConfig::TURBOJPEG)
+
+  # Optional, host side only: video files through FFmpeg's libraries, and the motion and ONNX
+  # networks through OpenCV. The daemon never links them; a build without them (a cross build whose
+  # target has no such packages) refuses video files and those networks with a clear message.
+  pkg_check_modules(FFMPEG QUIET IMPORTED_TARGET libavformat libavcodec libswscale libavutil)
+  if(FFMPEG_FOUND)
+    add_library(mirvane::ffmpeg ALIAS PkgConfig::FFMPEG)
+  else()
+    message(STATUS "FFmpeg's libraries not found: the simulation plays no video files")
+  endif()
+  find_path(OPENCV_INCLUDE_DIR opencv2/dnn.hpp PATH_SUFFIXES opencv4)
+  set(opencv_libraries "")
+  foreach(module core imgproc video dnn)
+    find_library(OPENCV_${module}_LIBRARY opencv_${module})
+    list(APPEND opencv_libraries ${OPENCV_${module}_LIBRARY})
+  endforeach()
+  if(OPENCV_INCLUDE_DIR AND OPENCV_core_LIBRARY AND OPENCV_imgproc_LIBRARY AND OPENCV_video_LIBRARY
+     AND OPENCV_dnn_LIBRARY)
+    add_library(mirvane_opencv INTERFACE)
+    target_include_directories(mirvane_opencv SYSTEM INTERFACE ${OPENCV_INCLUDE_DIR})
+    target_link_libraries(mirvane_opencv INTERFACE ${opencv_libraries})
+    add_library(mirvane::opencv ALIAS mirvane_opencv)
+  else()
+    message(STATUS "OpenCV's video and dnn modules not found: no motion or ONNX networks")
+  endif()
 endif()
 
 if(MIRVANE_BUILD_TESTS)

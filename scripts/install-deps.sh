@@ -23,7 +23,11 @@ packages=(
   valgrind util-linux
   busybox shellcheck dash
   clang-14 libclang-rt-14-dev
+  libavformat-dev libavcodec-dev libswscale-dev libavutil-dev
+  libopencv-video-dev libopencv-dnn-dev python3-onnx
 )
+# Video files (FFmpeg) and the motion and ONNX networks (OpenCV) are host-side parts of the
+# simulation: native only, a cross build leaves them out.
 # The target libraries of the cross builds: the same packages for the foreign architecture (a
 # library that the daemon or its tests link belongs here as well as above). The multiarch C and C++
 # runtimes are what the tests run on under qemu-user.

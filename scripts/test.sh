@@ -117,6 +117,11 @@ run_config() {
   dir=$(build_dir "$1")
   case $1 in
     native)
+      # The sample footage for the tests that play it (they skip without it; CI must not).
+      if ! "$root/scripts/fetch-sample.sh" "$dir/samples" >/dev/null; then
+        echo "test.sh: WARNING: the sample footage could not be fetched; its tests skip" >&2
+        [[ ${CI:-} == true ]] && return 1
+      fi
       configure "$dir" &&
         cmake --build "$dir" -j "$jobs" &&
         run_tests "$dir"

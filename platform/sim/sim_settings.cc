@@ -114,8 +114,13 @@ void ParseVideo(json_t* object, VideoSetting* video, std::string* error) {
   r.Bool("loop", &video->loop);
   r.Int("end_code", &video->end_code);
   r.String("scene", &video->scene);
+  r.String("file", &video->file);
   r.String("ground_truth", &video->ground_truth);
   if (!r.ok()) return;
+  if (json_object_get(object, "file") != nullptr) {
+    if (video->file.empty()) return r.Fail("file", "the path of a video file");
+    if (json_object_get(object, "scene") != nullptr) return r.Fail("file", "given without a scene");
+  }
   if (pace == "fast") {
     video->pace = Pace::kFast;
   } else if (pace == "realtime") {

@@ -40,6 +40,7 @@ struct VideoSetting {
   bool loop = false;
   int end_code = -43;  // HD_ERR_EOL
   std::string scene = "default";
+  std::string file;          // a video file to play instead of a scene
   std::string ground_truth;  // "" for <state_dir>/ground_truth.csv, "none" for none
 };
 

@@ -69,6 +69,8 @@ class VideoOutput {
 
   int StartLocked();
   void WriteTruth(uint64_t count, uint64_t timestamp, int64_t index);
+  // When frame seq of the endless sequence is presented, in microseconds after frame 0.
+  int64_t OffsetOf(int64_t seq) const;
   // Waits (releasing the lock) until woken or until the deadline; false when it has passed.
   bool WaitLocked(std::unique_lock<std::mutex>& lock, int64_t deadline_us);
 
@@ -117,7 +119,10 @@ int VideoOutput::StartLocked() {
   }
   setting_ = settings->video;
   std::string error;
-  source_ = MakeFrameSource(setting_.scene, setting_.width, setting_.height, setting_.fps, &error);
+  source_ =
+      setting_.file.empty()
+          ? MakeFrameSource(setting_.scene, setting_.width, setting_.height, setting_.fps, &error)
+          : MakeVideoFileSource(setting_.file, setting_.width, setting_.height, &error);
   if (!source_) {
     SimWarn("video source: %s", error.c_str());
     close(lock_fd);
@@ -137,6 +142,7 @@ int VideoOutput::StartLocked() {
     const uint32_t pa = kVideoBase + i * slot;
     buffers_.push_back(Buffer{pa, memory.View(pa, frame_bytes), BufferState::kFree});
   }
+  if (source_->FrameRate() > 0.0) setting_.fps = source_->FrameRate();  // a file's own rate
   interval_us_ = static_cast<int64_t>(1e6 / setting_.fps + 0.5);
   std::string truth_path = setting_.ground_truth;
   if (truth_path.empty()) truth_path = settings->state_dir + "/ground_truth.csv";
@@ -164,6 +170,13 @@ void VideoOutput::WriteTruth(uint64_t count, uint64_t timestamp, int64_t index) 
                  timestamp, index, b.object_id, b.class_id, b.x0, b.y0, b.x1, b.y1);
   }
   std::fflush(truth_);
+}
+
+int64_t VideoOutput::OffsetOf(int64_t seq) const {
+  const int64_t count = source_->FrameCount();
+  const int64_t at = source_->PresentationMicros(seq % count);
+  if (at < 0) return seq * interval_us_;
+  return seq / count * count * interval_us_ + at;  // a loop lasts count intervals
 }
 
 bool VideoOutput::WaitLocked(std::unique_lock<std::mutex>& lock, int64_t deadline_us) {
@@ -204,9 +217,9 @@ int VideoOutput::Pull(HD_PATH_ID path, HD_VIDEO_FRAME* frame, INT32 wait_ms) {
       if (!WaitLocked(lock, deadline)) return HD_ERR_TIMEDOUT;
       continue;
     }
-    int64_t timestamp = 1000000 + seq * interval_us_;
+    int64_t timestamp = 1000000 + OffsetOf(seq);
     if (setting_.pace == Pace::kRealTime) {
-      timestamp = start_us_ + seq * interval_us_;
+      timestamp = start_us_ + OffsetOf(seq);
       const int64_t now = MonotonicMicros();
       if (timestamp > now) {  // the next frame is not captured yet
         if (deadline >= 0 && deadline < timestamp) {
@@ -232,6 +245,11 @@ int VideoOutput::Pull(HD_PATH_ID path, HD_VIDEO_FRAME* frame, INT32 wait_ms) {
                       setting_.width, height, stride_};
     source_->Render(index, picture, &boxes_);
     lock.lock();
+    if (index >= source_->FrameCount()) {  // the source found out that it ends earlier
+      buffer->state = BufferState::kFree;
+      next_seq_ = seq;
+      continue;
+    }
     buffer->state = BufferState::kHeld;
     const uint64_t count = static_cast<uint64_t>(seq) + 1;
     WriteTruth(count, static_cast<uint64_t>(timestamp), index);

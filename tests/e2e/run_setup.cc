@@ -54,11 +54,12 @@ void Prepare(const RunSetup& s) {
     scene = "/tmp/mirvane-sim/scene.json";
     WriteText(scene, s.scene);
   }
+  const std::string source = s.file.empty() ? "\"scene\": \"" + scene : "\"file\": \"" + s.file;
   WriteText("/tmp/mirvane-sim/sim.json",
-            "{\"clock\": \"" + s.clock + "\", \"video\": {\"scene\": \"" + scene +
-                "\", \"pace\": \"" + s.pace + "\", \"loop\": " + (s.loop ? "true" : "false") +
-                ", \"ground_truth\": \"" + kGroundTruth + "\"}" +
-                (s.sim_extra.empty() ? "" : ", ") + s.sim_extra + "}\n");
+            "{\"clock\": \"" + s.clock + "\", \"video\": {" + source + "\", \"pace\": \"" + s.pace +
+                "\", \"loop\": " + (s.loop ? "true" : "false") + ", \"ground_truth\": \"" +
+                kGroundTruth + "\"" + s.video_extra + "}" + (s.sim_extra.empty() ? "" : ", ") +
+                s.sim_extra + "}\n");
   mirvane_sim_reload_settings();
 
   if (s.ideal_model) WriteIdealModel(s.model_args);

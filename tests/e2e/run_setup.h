@@ -21,6 +21,8 @@ using testing::WriteText;
 
 struct RunSetup {
   std::string scene = "default";  // a shipped scene's name or a scene as JSON text
+  std::string file;               // a video file played instead of the scene
+  std::string video_extra;        // further members of the video settings (", \"fps\": 10")
   std::string clock = "virtual";  // or "real"
   std::string pace = "fast";      // or "realtime"
   bool ideal_model = true;        // else the network the build installs, imperfections and all

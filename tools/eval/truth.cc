@@ -129,6 +129,7 @@ void ReadCsvHeader(const std::string& line, std::map<std::string, double>* value
     const size_t equals = token.find('=');
     if (equals == std::string::npos) continue;
     if (token.compare(0, equals, "scene") == 0) *scene = token.substr(equals + 1);
+    if (token.compare(0, equals, "video") == 0) *scene = token;  // "video=<file>"
     char* end = nullptr;
     const std::string number = token.substr(equals + 1);
     const double value = std::strtod(number.c_str(), &end);

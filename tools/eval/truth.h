@@ -42,7 +42,8 @@ struct TruthFrame {
 struct GroundTruth {
   std::vector<TruthFrame> frames;  // by timestamp, one per timestamp
   double fps = 0;                  // 0 when unknown
-  // The simulation's scene name and picture size, when the file names them (the CSV's "#" line).
+  // The simulation's scene name ("video=<file>" for a video file) and picture size, when the file
+  // names them (the CSV's "#" line).
   std::string scene;
   int width = 0;
   int height = 0;

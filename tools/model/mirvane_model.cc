@@ -1,12 +1,18 @@
 // mirvane-model: writes, prints and checks the host model files of the network runtime.
 //
-//   mirvane-model write [--ideal] [--settings FILE.json] [--NAME VALUE]... OUTPUT
+//   mirvane-model write [--ideal] [--network NAME | --onnx FILE.onnx] [--settings FILE.json]
+//                       [--NAME VALUE]... OUTPUT
 //   mirvane-model print FILE
 //   mirvane-model check FILE
 //
 // write starts from the default model (the daemon's default path ids and the reference network's
 // default imperfections), or with --ideal from none at all, then applies a JSON settings file and
-// options such as --seed 7 --miss-rate 0.05 --delay-ms 0, in that order.
+// options such as --seed 7 --miss-rate 0.05 --delay-ms 0, in that order. --network motion-mog2
+// writes the motion detector for real footage instead of the reference network; --onnx wraps a
+// user's float ONNX export of the detection network (inputs "current" and "previous", float
+// 1x3x384x384, the Y, U, V planes over 255; outputs "heatmap0".."heatmap2" 1x4xGxG,
+// "regression0".."regression2" 1x32xGxG, "tracking0".."tracking2" 1x2xGxG for G 48, 24, 12), after
+// running it once to check those tensors.
 #include <cstdio>
 #include <fstream>
 #include <iterator>
@@ -16,6 +22,7 @@
 
 #include "model_file.h"
 #include "model_settings.h"
+#include "media_module.h"
 
 namespace {
 
@@ -24,10 +31,12 @@ using mirvane::sim::ai::ModelDescription;
 
 int Usage() {
   std::fprintf(stderr,
-               "usage: mirvane-model write [--ideal] [--settings FILE.json] [--NAME VALUE]... OUTPUT\n"
+               "usage: mirvane-model write [--ideal] [--network NAME | --onnx FILE.onnx] "
+               "[--settings FILE.json] [--NAME VALUE]... OUTPUT\n"
                "       mirvane-model print FILE\n"
                "       mirvane-model check FILE\n"
-               "settings: seed, score, score-jitter, miss-rate, false-rate, box-jitter, delay-ms\n");
+               "settings: seed, score, score-jitter, miss-rate, false-rate, box-jitter, delay-ms\n"
+               "networks: nanotrack-reference (default), motion-mog2\n");
   return 2;
 }
 
@@ -45,6 +54,24 @@ int Write(int argc, char** argv) {
     const std::string arg = argv[i];
     if (arg == "--ideal") {
       model.settings = mirvane::sim::ai::IdealSettings();
+    } else if (arg == "--network" && i + 1 < argc) {
+      model.name = argv[++i];
+    } else if (arg == "--onnx" && i + 1 < argc) {
+      if (!ReadFile(argv[++i], &model.onnx) || model.onnx.empty()) {
+        std::fprintf(stderr, "mirvane-model: cannot read %s\n", argv[i]);
+        return 1;
+      }
+      model.name = mirvane::sim::ai::kOnnxNetworkName;
+      using Check = bool (*)(const std::vector<uint8_t>*, std::string*);
+      auto check =
+          reinterpret_cast<Check>(mirvane::sim::MediaFunction("mirvane_media_check_onnx", &error));
+      if (check == nullptr) {
+        std::fprintf(stderr, "mirvane-model: %s is wrapped unchecked: %s\n", argv[i],
+                     error.c_str());
+      } else if (!check(&model.onnx, &error)) {
+        std::fprintf(stderr, "mirvane-model: %s: %s\n", argv[i], error.c_str());
+        return 1;
+      }
     } else if (arg == "--settings" && i + 1 < argc) {
       std::ifstream in(argv[++i]);
       std::stringstream text;

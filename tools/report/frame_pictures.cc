@@ -8,7 +8,6 @@
 #include <cstring>
 
 #include "frame_source.h"
-#include "scene.h"
 
 namespace mirvane {
 namespace report {
@@ -24,25 +23,27 @@ struct TjFree {
 
 std::unique_ptr<FramePictures> FramePictures::Create(const std::string& scene_name, int width,
                                                      int height, double fps, std::string* error) {
-  sim::Scene scene;
-  if (!sim::LoadScene(scene_name, &scene, error)) return nullptr;
   if (width < 16 || height < 16 || width % 2 != 0 || height % 2 != 0 || !(fps > 0)) {
     *error = "picture size must be even and at least 16x16, and the frame rate above 0";
     return nullptr;
   }
+  const std::string video = "video=";
+  std::unique_ptr<sim::FrameSource> source =
+      scene_name.compare(0, video.size(), video) == 0
+          ? sim::MakeVideoFileSource(scene_name.substr(video.size()), width, height, error)
+          : sim::MakeFrameSource(scene_name, width, height, fps, error);
+  if (!source) return nullptr;
   tjhandle jpeg = tjInitCompress();
   if (jpeg == nullptr) {
     *error = std::string("cannot start the JPEG compressor: ") + tjGetErrorStr();
     return nullptr;
   }
-  auto renderer = std::make_unique<sim::SceneRenderer>(std::move(scene), width, height, fps);
-  return std::unique_ptr<FramePictures>(
-      new FramePictures(std::move(renderer), width, height, jpeg));
+  return std::unique_ptr<FramePictures>(new FramePictures(std::move(source), width, height, jpeg));
 }
 
-FramePictures::FramePictures(std::unique_ptr<sim::SceneRenderer> renderer, int width, int height,
+FramePictures::FramePictures(std::unique_ptr<sim::FrameSource> source, int width, int height,
                              void* jpeg)
-    : renderer_(std::move(renderer)),
+    : source_(std::move(source)),
       width_(width),
       height_(height),
       jpeg_(jpeg),
@@ -62,7 +63,7 @@ bool FramePictures::Write(int64_t frame, const std::string& path, std::string* e
   picture.height = static_cast<uint32_t>(height_);
   picture.stride = static_cast<uint32_t>(width_);
   std::vector<sim::GroundTruthBox> drawn;
-  renderer_->Render(frame, picture, &drawn);
+  source_->Render(frame, picture, &drawn);
 
   uint8_t* y = i420_.data();
   uint8_t* u = y + luma;

@@ -2,7 +2,8 @@
 //   mirvane-report --out DIR [--settings FILE] [--rate HZ] [--width PX] RUN...
 // RUN is a path prefix P naming the files of one run, as scripts/scenarios.sh leaves them:
 // P.truth.csv (the simulation's ground truth), P.events.jsonl (mirvane-sysd --json), and when
-// present P.snapshots/ (mirvane-sysd --keep-snapshots) and P.expect.json (expected triggers).
+// present P.snapshots/ (mirvane-sysd --keep-snapshots), P.expect.json (expected triggers) and
+// P.settings.json (the run's own daemon settings, drawn instead of --settings).
 // Writes DIR/index.html with the pictures beside it (DIR/<run>/). Exit status: 0 done, 1 an input
 // could not be read or the output not written, 2 bad command line.
 #include <unistd.h>
@@ -32,6 +33,7 @@ constexpr const char* kUsage =
     "              RUN.snapshots/ and RUN.expect.json (scripts/scenarios.sh leaves these)\n"
     "  --out       directory of the report (index.html and its pictures)\n"
     "  --settings  the daemon's settings file, for the region and fence drawn on the frames\n"
+    "              (a run's own RUN.settings.json takes its place)\n"
     "  --rate      frames shown per second of scene time (default 1; 0: every frame)\n"
     "  --width     width of the frame pictures in pixels (default 640)\n";
 
@@ -141,6 +143,11 @@ bool LoadRun(const std::string& prefix, const Arguments& args, const report::Rul
   run->width = args.width;
   run->height = (args.width * truth.height / truth.width + 1) / 2 * 2;
   run->rules = rules;
+  const std::string settings_path = prefix + ".settings.json";  // the run's own rules, if kept
+  if (fs::exists(settings_path) && (!eval::ReadTextFile(settings_path, &text, &error) ||
+                                    !report::ParseRuleOverlay(text, &run->rules, &error))) {
+    return Fail(settings_path, error);
+  }
   run->run = eval::AlignRun(truth, events, eval::RunOptions());
   run->duration = run->run.frames.empty() ? 0.0 : run->run.frames.back().time;
   run->frames = report::SampleFrames(run->run, args.rate);

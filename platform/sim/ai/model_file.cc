@@ -27,6 +27,7 @@ constexpr uint32_t kNameTag = Tag('N', 'A', 'M', 'E');
 constexpr uint32_t kInputsTag = Tag('I', 'N', 'P', 'T');
 constexpr uint32_t kOutputsTag = Tag('O', 'U', 'T', 'P');
 constexpr uint32_t kSettingsTag = Tag('S', 'E', 'T', 'T');
+constexpr uint32_t kOnnxTag = Tag('O', 'N', 'N', 'X');
 constexpr size_t kInputRecordSize = 16;
 constexpr size_t kOutputRecordSize = 32;
 constexpr size_t kSettingsSize = 32;
@@ -131,8 +132,13 @@ bool InRange01(float v) { return v >= 0.0f && v <= 1.0f; }
 
 // The reference network's own limits on what a model may say.
 ModelCheck CheckContents(const ModelDescription& model) {
-  if (model.name != kReferenceNetworkName) {
+  if (model.name != kReferenceNetworkName && model.name != kMotionNetworkName &&
+      model.name != kOnnxNetworkName) {
     return Fail(HD_ERR_NOT_SUPPORT, "unknown network \"" + model.name + "\"");
+  }
+  if ((model.name == kOnnxNetworkName) != !model.onnx.empty()) {
+    return Fail(HD_ERR_INV, model.onnx.empty() ? "an onnx-float model without its ONNX chunk"
+                                               : "an ONNX chunk in a model of " + model.name);
   }
   std::set<uint32_t> ids;
   if (model.inputs.size() != 2) return Fail(HD_ERR_INV, "the network takes 2 inputs");
@@ -226,6 +232,8 @@ ModelCheck ParseChunk(uint32_t tag, const uint8_t* payload, uint32_t length,
     r.U64(&s.seed), r.F32(&s.score), r.F32(&s.score_jitter), r.F32(&s.miss_rate);
     r.F32(&s.false_rate), r.F32(&s.box_jitter), r.U32(&s.delay_ms);
     *seen |= 8;
+  } else if (tag == kOnnxTag) {
+    model->onnx.assign(payload, payload + length);
   }
   return ModelCheck{};
 }
@@ -290,6 +298,11 @@ std::vector<uint8_t> SerializeModel(const ModelDescription& model) {
   w.U64(s.seed), w.F32(s.score), w.F32(s.score_jitter), w.F32(s.miss_rate);
   w.F32(s.false_rate), w.F32(s.box_jitter), w.U32(s.delay_ms);
   w.EndChunk(chunk);
+  if (!model.onnx.empty()) {
+    chunk = w.BeginChunk(kOnnxTag);
+    w.Bytes(model.onnx.data(), model.onnx.size());
+    w.EndChunk(chunk);
+  }
 
   std::vector<uint8_t>& bytes = w.bytes();
   w.PatchU32(8, static_cast<uint32_t>(bytes.size()));
@@ -368,6 +381,7 @@ std::string DescribeModel(const ModelDescription& model) {
                 static_cast<double>(s.false_rate), static_cast<double>(s.box_jitter),
                 static_cast<unsigned>(s.delay_ms));
   text += line;
+  if (!model.onnx.empty()) text += "onnx: " + std::to_string(model.onnx.size()) + " bytes\n";
   return text;
 }
 

@@ -11,6 +11,7 @@
 //            u32 channels, u32 format, f32 scale ratio
 //     "SETT" u64 seed, f32 score, f32 score jitter, f32 miss rate, f32 false rate, f32 box jitter,
 //            u32 delay in ms
+//     "ONNX" a float ONNX export of the detection network (networks of kind onnx-float only)
 //   Unknown chunks are skipped; a longer known chunk is accepted (later versions append fields).
 //
 // The file may sit at the start of a larger region (device memory rounded up): the total size in
@@ -31,8 +32,13 @@ namespace ai {
 
 constexpr uint32_t kModelFileVersion = 1;
 constexpr size_t kModelHeaderSize = 16;
-// The only network this runtime implements.
+// The networks this runtime implements: the reference network, and the motion detector (on a
+// build with OpenCV), which reads the same settings but seed, miss and false rates and box jitter.
 constexpr const char* kReferenceNetworkName = "nanotrack-reference";
+constexpr const char* kMotionNetworkName = "motion-mog2";
+// A user's own network: the model file carries its float ONNX export (see onnx_network.h for the
+// tensors it takes and gives), run with OpenCV and quantised to the outputs' formats.
+constexpr const char* kOnnxNetworkName = "onnx-float";
 
 // What an output tensor holds; the scale is 0, 1, 2 for strides 8, 16, 32.
 enum class OutputKind : uint32_t { kHeatmap = 1, kRegression = 2, kTracking = 3 };
@@ -71,6 +77,7 @@ struct ModelDescription {
   std::vector<InputPath> inputs;    // current picture first, then the previous one
   std::vector<OutputPath> outputs;
   NetworkSettings settings;
+  std::vector<uint8_t> onnx;  // the ONNX export, for onnx-float
 };
 
 // Result of parsing: 0, or the platform's error code with a reason.
@@ -90,9 +97,9 @@ NetworkSettings IdealSettings();
 std::vector<uint8_t> SerializeModel(const ModelDescription& model);
 
 // Parses the file at data (region_size bytes available). Codes: HD_ERR_SIGN for a foreign file,
-// HD_ERR_NOT_SUPPORT for another version or network, HD_ERR_UNDERRUN for a truncated one,
-// HD_ERR_BAD_DATA for a corrupt one (checksum, chunk structure) and HD_ERR_INV for contents the
-// reference network cannot run (shapes, formats, path ids, settings out of range).
+// HD_ERR_NOT_SUPPORT for another version or an unknown network, HD_ERR_UNDERRUN for a truncated
+// one, HD_ERR_BAD_DATA for a corrupt one (checksum, chunk structure) and HD_ERR_INV for contents
+// the reference network cannot run (shapes, formats, path ids, settings out of range).
 ModelCheck ParseModel(const uint8_t* data, size_t region_size, ModelDescription* model);
 
 // One line per field, for the model tool.

@@ -106,7 +106,19 @@ void ReferenceNetwork::Run(const Nv12Picture& current, const Nv12Picture& previo
     encoded_.push_back(e);
   }
   ApplyImperfections(&encoded_);
+  EncodeObjects(std::move(encoded_));
 
+  // Keep this picture for the next run, where it normally comes back as the previous one.
+  const size_t luma = static_cast<size_t>(current.stride) * current.height;
+  last_picture_.resize(luma + luma / 2);
+  std::memcpy(last_picture_.data(), current.y, luma);
+  std::memcpy(last_picture_.data() + luma, current.uv, luma / 2);
+  last_objects_ = now;
+  ++runs_;
+}
+
+void ReferenceNetwork::EncodeObjects(std::vector<EncodedObject> objects) {
+  encoded_ = std::move(objects);
   for (auto& tensor : outputs_) std::fill(tensor.begin(), tensor.end(), 0.0f);
   for (int s = 0; s < 3; ++s) {
     owner_heat_[s].assign(static_cast<size_t>(slots_[s].grid) * slots_[s].grid, 0.0f);
@@ -117,14 +129,6 @@ void ReferenceNetwork::Run(const Nv12Picture& current, const Nv12Picture& previo
   std::stable_sort(order.begin(), order.end(),
                    [this](size_t a, size_t b) { return encoded_[a].score < encoded_[b].score; });
   for (size_t i : order) Encode(encoded_[i]);
-
-  // Keep this picture for the next run, where it normally comes back as the previous one.
-  const size_t luma = static_cast<size_t>(current.stride) * current.height;
-  last_picture_.resize(luma + luma / 2);
-  std::memcpy(last_picture_.data(), current.y, luma);
-  std::memcpy(last_picture_.data() + luma, current.uv, luma / 2);
-  last_objects_ = now;
-  ++runs_;
 }
 
 void ReferenceNetwork::ApplyImperfections(std::vector<EncodedObject>* objects) {

@@ -25,6 +25,7 @@
 #include <vector>
 
 #include "fixed_point.h"
+#include "host_network.h"
 #include "model_file.h"
 #include "object_finder.h"
 
@@ -40,7 +41,7 @@ struct EncodedObject {
   float dx = 0, dy = 0;
 };
 
-class ReferenceNetwork {
+class ReferenceNetwork : public HostNetwork {
  public:
   // model must have passed ParseModel.
   explicit ReferenceNetwork(const ModelDescription& model);
@@ -48,10 +49,12 @@ class ReferenceNetwork {
   ReferenceNetwork& operator=(const ReferenceNetwork&) = delete;
 
   // One run; the outputs hold its tensors until the next run.
-  void Run(const Nv12Picture& current, const Nv12Picture& previous);
+  void Run(const Nv12Picture& current, const Nv12Picture& previous) override;
+  // Writes the tensors of objects found elsewhere (another detector), as a run would, without
+  // imperfections; they then stand as what the last run encoded.
+  void EncodeObjects(std::vector<EncodedObject> objects);
 
-  // Tensor of model output i (in the model's order).
-  const std::vector<float>& output(size_t i) const { return outputs_[i]; }
+  const std::vector<float>& output(size_t i) const override { return outputs_[i]; }
   // What the last run encoded, after its imperfections.
   const std::vector<EncodedObject>& encoded() const { return encoded_; }
   uint64_t runs() const { return runs_; }

@@ -31,7 +31,7 @@ extern "C" {
 
 #include "fixed_point.h"
 #include "model_file.h"
-#include "reference_network.h"
+#include "host_network.h"
 
 namespace mirvane {
 namespace sim {
@@ -73,7 +73,7 @@ struct Network {
   VENDOR_AI_NET_CFG_BUF_OPT buf_opt{};
   // While open:
   ModelDescription model;
-  std::unique_ptr<ReferenceNetwork> network;
+  std::unique_ptr<HostNetwork> network;
   std::vector<size_t> output_offsets;
   std::vector<FixedFormat> output_formats;
   size_t workbuf_size = 0;
@@ -180,8 +180,15 @@ HD_RESULT OpenNetwork(Network& net) {
         static_cast<size_t>(out.width) * out.height * out.channels * format.bytes();
     offset += (bytes + kOutputAlign - 1) / kOutputAlign * kOutputAlign;
   }
+  std::string error;
+  net.network = MakeHostNetwork(model, &error);
+  if (!net.network) {
+    std::fprintf(stderr, "vendor_ai: model refused (%d): %s\n", HD_ERR_NOT_SUPPORT, error.c_str());
+    net.output_formats.clear();
+    net.output_offsets.clear();
+    return HD_ERR_NOT_SUPPORT;
+  }
   net.workbuf_size = offset;
-  net.network.reset(new ReferenceNetwork(model));
   net.model = std::move(model);
   net.state = NetState::kOpen;
   return HD_OK;

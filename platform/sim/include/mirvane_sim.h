@@ -13,6 +13,7 @@
  *   "memory":  {"pools": [{"type": 106, "blk_size": 33554432, "blk_cnt": 1, "ddr_id": 0}, ...]}
  *   "video":   {"path", "width", "height", "fps", "buffers", "pace": "realtime" | "fast",
  *               "loop", "end_code", "scene" (a shipped scene's name or a scene file's path),
+ *               "file" (a video file played instead of a scene, at its own frame rate),
  *               "ground_truth" (file path, "" for none)}
  *   "encoder": {"path", "buffer_size", "quality"}
  *   "gfx":     {"odd_source_offsets": "align" | "reject"}
