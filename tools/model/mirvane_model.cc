@@ -104,7 +104,8 @@ int Write(int argc, char** argv) {
   const std::string temporary = output + ".tmp";
   {
     std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    out.write(reinterpret_cast<const char*>(bytes.data()),
+              static_cast<std::streamsize>(bytes.size()));
     if (!out) {
       std::fprintf(stderr, "mirvane-model: cannot write %s\n", temporary.c_str());
       return 1;

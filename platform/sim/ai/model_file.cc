@@ -1,6 +1,5 @@
 #include "model_file.h"
 
-
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -102,7 +101,9 @@ class Reader {
   size_t pos_ = 0;
 };
 
-ModelCheck Fail(int code, std::string reason) { return ModelCheck{code, std::move(reason)}; }
+ModelCheck Fail(int code, std::string reason) {
+  return ModelCheck{code, std::move(reason)};
+}
 
 std::string Hex(uint32_t v) {
   char text[16];
@@ -112,23 +113,31 @@ std::string Hex(uint32_t v) {
 
 const char* KindName(OutputKind kind) {
   switch (kind) {
-    case OutputKind::kHeatmap: return "heatmap";
-    case OutputKind::kRegression: return "regression";
-    case OutputKind::kTracking: return "tracking";
+    case OutputKind::kHeatmap:
+      return "heatmap";
+    case OutputKind::kRegression:
+      return "regression";
+    case OutputKind::kTracking:
+      return "tracking";
   }
   return "?";
 }
 
 uint32_t ChannelsOf(OutputKind kind) {
   switch (kind) {
-    case OutputKind::kHeatmap: return 4;
-    case OutputKind::kRegression: return 32;
-    case OutputKind::kTracking: return 2;
+    case OutputKind::kHeatmap:
+      return 4;
+    case OutputKind::kRegression:
+      return 32;
+    case OutputKind::kTracking:
+      return 2;
   }
   return 0;
 }
 
-bool InRange01(float v) { return v >= 0.0f && v <= 1.0f; }
+bool InRange01(float v) {
+  return v >= 0.0f && v <= 1.0f;
+}
 
 // The reference network's own limits on what a model may say.
 ModelCheck CheckContents(const ModelDescription& model) {
@@ -149,16 +158,20 @@ ModelCheck CheckContents(const ModelDescription& model) {
     if (in.width != kInputSize || in.height != kInputSize || in.format != kYuv420) {
       return Fail(HD_ERR_INV, "input " + Hex(in.path_id) + " is not 384x384 YUV 4:2:0");
     }
-    if (!ids.insert(in.path_id).second) return Fail(HD_ERR_INV, "path id " + Hex(in.path_id) + " twice");
+    if (!ids.insert(in.path_id).second)
+      return Fail(HD_ERR_INV, "path id " + Hex(in.path_id) + " twice");
   }
   if (model.outputs.size() != 9) return Fail(HD_ERR_INV, "the network has 9 outputs");
   std::set<std::pair<uint32_t, uint32_t>> slots;
   for (const OutputPath& out : model.outputs) {
     const std::string which = "output " + Hex(out.path_id);
-    if ((out.path_id & 0xf0000000u) != 0xa0000000u) return Fail(HD_ERR_INV, which + " is not an output id");
-    if (!ids.insert(out.path_id).second) return Fail(HD_ERR_INV, "path id " + Hex(out.path_id) + " twice");
+    if ((out.path_id & 0xf0000000u) != 0xa0000000u)
+      return Fail(HD_ERR_INV, which + " is not an output id");
+    if (!ids.insert(out.path_id).second)
+      return Fail(HD_ERR_INV, "path id " + Hex(out.path_id) + " twice");
     const uint32_t kind = static_cast<uint32_t>(out.kind);
-    if (kind < 1 || kind > 3 || out.scale > 2) return Fail(HD_ERR_INV, which + ": unknown kind or scale");
+    if (kind < 1 || kind > 3 || out.scale > 2)
+      return Fail(HD_ERR_INV, which + ": unknown kind or scale");
     if (!slots.insert({kind, out.scale}).second) {
       return Fail(HD_ERR_INV, which + ": a second " + KindName(out.kind) + " of scale " +
                                   std::to_string(out.scale + 1));
@@ -327,8 +340,8 @@ ModelCheck ParseModel(const uint8_t* data, size_t region_size, ModelDescription*
   }
   if (total < kModelHeaderSize) return Fail(HD_ERR_BAD_DATA, "model size field too small");
   if (total > region_size) {
-    return Fail(HD_ERR_UNDERRUN, "truncated: the file says " + std::to_string(total) +
-                                     " bytes, " + std::to_string(region_size) + " are there");
+    return Fail(HD_ERR_UNDERRUN, "truncated: the file says " + std::to_string(total) + " bytes, " +
+                                     std::to_string(region_size) + " are there");
   }
   const uint32_t actual = ModelChecksum(data + kModelHeaderSize, total - kModelHeaderSize);
   if (actual != crc) return Fail(HD_ERR_BAD_DATA, "checksum mismatch");

@@ -64,17 +64,17 @@ struct OutputPath {
 // The reference network's imperfections, all drawn from one seeded generator.
 struct NetworkSettings {
   uint64_t seed = 1;
-  float score = 0.85f;          // peak heat of a found object
-  float score_jitter = 0.05f;   // peak heat varies by up to this much either way
-  float miss_rate = 0.01f;      // chance that a found object is left out of one run
-  float false_rate = 0.005f;    // expected false detections per run
-  float box_jitter = 0.5f;      // each box side moves by up to this many input pixels
-  uint32_t delay_ms = 20;       // processing time of one run, like the accelerator's
+  float score = 0.85f;         // peak heat of a found object
+  float score_jitter = 0.05f;  // peak heat varies by up to this much either way
+  float miss_rate = 0.01f;     // chance that a found object is left out of one run
+  float false_rate = 0.005f;   // expected false detections per run
+  float box_jitter = 0.5f;     // each box side moves by up to this many input pixels
+  uint32_t delay_ms = 20;      // processing time of one run, like the accelerator's
 };
 
 struct ModelDescription {
   std::string name;
-  std::vector<InputPath> inputs;    // current picture first, then the previous one
+  std::vector<InputPath> inputs;  // current picture first, then the previous one
   std::vector<OutputPath> outputs;
   NetworkSettings settings;
   std::vector<uint8_t> onnx;  // the ONNX export, for onnx-float

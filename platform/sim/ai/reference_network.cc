@@ -55,7 +55,9 @@ float Expectation(const float logits[kBins]) {
   return weighted / sum;
 }
 
-float Clamp(float v, float lo, float hi) { return std::min(std::max(v, lo), hi); }
+float Clamp(float v, float lo, float hi) {
+  return std::min(std::max(v, lo), hi);
+}
 
 }  // namespace
 
@@ -71,9 +73,15 @@ ReferenceNetwork::ReferenceNetwork(const ModelDescription& model) : model_(model
     slot.stride = static_cast<float>(model_.inputs[0].width) / static_cast<float>(out.width);
     const int index = static_cast<int>(i);
     switch (out.kind) {
-      case OutputKind::kHeatmap: slot.heatmap = index; break;
-      case OutputKind::kRegression: slot.regression = index; break;
-      case OutputKind::kTracking: slot.tracking = index; break;
+      case OutputKind::kHeatmap:
+        slot.heatmap = index;
+        break;
+      case OutputKind::kRegression:
+        slot.regression = index;
+        break;
+      case OutputKind::kTracking:
+        slot.tracking = index;
+        break;
     }
   }
   owner_heat_.resize(3);
@@ -240,7 +248,8 @@ void ReferenceNetwork::Encode(const EncodedObject& object) {
         float logits[kBins];
         SolveLogits(Clamp(sides[side], 0.0f, kMaxDistance), model_.outputs[slot.regression],
                     logits);
-        for (int j = 0; j < kBins; ++j) reg[static_cast<size_t>(side * kBins + j) * cells + cell] = logits[j];
+        for (int j = 0; j < kBins; ++j)
+          reg[static_cast<size_t>(side * kBins + j) * cells + cell] = logits[j];
       }
       track[cell] = Clamp(std::nearbyint(object.dx / track_step) * track_step, track_lo, track_hi);
       track[cells + cell] =
