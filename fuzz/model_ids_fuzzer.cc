@@ -18,7 +18,7 @@ extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
   std::istringstream in(text);
-  const mirvane::ModelIds ids = mirvane::GetModelIdsFrom(in);
+  const mirvane::ModelIds ids = mirvane::GetModelIds(in);
   const mirvane::ModelIds defaults;
   if (ids.model_path != defaults.model_path &&
       text.find("kModelPath=" + ids.model_path) == std::string::npos) {

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cstdio>
 #include <cstring>
 #include <map>
@@ -19,11 +20,28 @@ namespace {
 constexpr uint32_t kNoSize = 0xFFFFFFFFu;
 constexpr size_t kMaxConfigBytes = 1 << 20;
 
+// Base-16 conversion as std::stoul does it where unsigned long has 32 bits (the camera), on every
+// host: "-1" wraps to 0xffffffff, a value past 32 bits is out of range, and both errors carry the
+// text "stoul".
 uint32_t ParseId(const std::string& text) {
-  const unsigned long long value = std::stoull(text, nullptr, 16);
-  // The ids are 32-bit on every target, whatever the width of unsigned long.
-  if (value > 0xFFFFFFFFull) throw std::out_of_range("stoul");
-  return static_cast<uint32_t>(value);
+  const size_t start = text.find_first_not_of(" \t\n\v\f\r");
+  const bool negative = start != std::string::npos && text[start] == '-';
+  unsigned long long magnitude = 0;
+  try {
+    magnitude = std::stoull(negative ? text.substr(start + 1) : text, nullptr, 16);
+  } catch (const std::invalid_argument&) {
+    throw std::invalid_argument("stoul");
+  } catch (const std::out_of_range&) {
+    throw std::out_of_range("stoul");
+  }
+  // strtoul takes one sign, right before the digits: "--1", "-+1" and "- 1" are no numbers.
+  if (negative &&
+      (start + 1 >= text.size() || !std::isxdigit(static_cast<unsigned char>(text[start + 1])))) {
+    throw std::invalid_argument("stoul");
+  }
+  if (magnitude > 0xFFFFFFFFull) throw std::out_of_range("stoul");
+  const uint32_t value = static_cast<uint32_t>(magnitude);
+  return negative ? static_cast<uint32_t>(0u - value) : value;
 }
 
 uint32_t RoundDown32(uint32_t size) {
@@ -57,10 +75,10 @@ File OpenRegularFile(const char* path) {
 }  // namespace
 
 ModelIds GetModelIds() {
-  return GetModelIdsFrom(kModelIdConfigPath);
+  return GetModelIds(kModelIdConfigPath);
 }
 
-ModelIds GetModelIdsFrom(const char* path) {
+ModelIds GetModelIds(const char* path) {
   const ModelIds defaults;
   MIRVANE_LOG(kLogInfo, "Load model config\n");
   const File config = OpenRegularFile(path);
@@ -77,10 +95,10 @@ ModelIds GetModelIdsFrom(const char* path) {
     file.write(chunk, static_cast<std::streamsize>(got));
     total += got;
   }
-  return GetModelIdsFrom(file);
+  return GetModelIds(file);
 }
 
-ModelIds GetModelIdsFrom(std::istream& text) {
+ModelIds GetModelIds(std::istream& text) {
   const ModelIds defaults;
   try {
     ModelIds ids = defaults;

@@ -20,9 +20,9 @@ constexpr const char* kModelIdConfigPath = "/tmp/workspace/model/model_id.config
 constexpr const char* kDefaultModelPath = "/etc/tolvern-ai/mirvane_model.bin";
 
 struct ModelIds {
-  std::string model_path = kDefaultModelPath;  // kModelPath
-  uint32_t current_img = 0x90000000;           // kCurrentImgPath
-  uint32_t pre_img = 0x90000001;               // kPreImgPath
+  std::string model_path = kDefaultModelPath;                   // kModelPath
+  uint32_t current_img = 0x90000000;                            // kCurrentImgPath
+  uint32_t pre_img = 0x90000001;                                // kPreImgPath
   uint32_t hm[3] = {0xa0000084, 0xa0000096, 0xa00000a7};        // kHm1Path..kHm3Path
   uint32_t reg[3] = {0xa000007e, 0xa0000094, 0xa00000a5};       // kReg1Path..kReg3Path
   uint32_t tracking[3] = {0xa0000081, 0xa0000095, 0xa00000a6};  // kTracking1Path..kTracking3Path
@@ -32,10 +32,10 @@ struct ModelIds {
 // missing, lacks an id or holds a value that is not a 32-bit hexadecimal number. Never fails.
 ModelIds GetModelIds();
 // The same from another file (tests).
-ModelIds GetModelIdsFrom(const char* path);
+ModelIds GetModelIds(const char* path);
 // The same from the text of such a file, read to its end (the file versions open the file and
 // parse it here).
-ModelIds GetModelIdsFrom(std::istream& text);
+ModelIds GetModelIds(std::istream& text);
 
 // Size of the file in bytes, or 0xFFFFFFFF when it cannot be opened.
 uint32_t GetModelSize(const std::string& path);

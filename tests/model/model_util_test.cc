@@ -38,17 +38,17 @@ bool IsDefault(const ModelIds& ids) {
 
 TEST(GetModelIds, MissingFileGivesTheDefaults) {
   std::remove(kConfig);
-  EXPECT_TRUE(IsDefault(GetModelIdsFrom(kConfig)));
+  EXPECT_TRUE(IsDefault(GetModelIds(kConfig)));
 }
 
 TEST(GetModelIds, ReadsHexWithAndWithoutPrefixAndTheModelPath) {
   WriteFile(kConfig, std::string("# comment line without equals\n\nkModelPath=/tmp/m.bin\n") +
                          kAllIds + "kUnknown=zz\nkHm1Path=0xa0000084\n");
   // The unknown key's value is not a number: that alone makes the whole file fall back.
-  EXPECT_TRUE(IsDefault(GetModelIdsFrom(kConfig)));
+  EXPECT_TRUE(IsDefault(GetModelIds(kConfig)));
 
   WriteFile(kConfig, std::string("kModelPath=/tmp/m.bin\n") + kAllIds + "kHm1Path=0xa0000084\n");
-  const ModelIds ids = GetModelIdsFrom(kConfig);
+  const ModelIds ids = GetModelIds(kConfig);
   EXPECT_EQ(ids.model_path, "/tmp/m.bin");
   EXPECT_EQ(ids.current_img, 0x90000010u);
   EXPECT_EQ(ids.pre_img, 0x90000011u);
@@ -62,15 +62,30 @@ TEST(GetModelIds, FallsBackWhenAnIdIsMissingOrBroken) {
     // "kHm2Path " (with a blank) is another key: kHm2Path counts as missing.
     ids.replace(ids.find("kHm2Path="), 9, "kHm2Path =");
     WriteFile(kConfig, ids);
-    if (!IsDefault(GetModelIdsFrom(kConfig))) _exit(10);
+    if (!IsDefault(GetModelIds(kConfig))) _exit(10);
     WriteFile(kConfig, std::string(kAllIds) + "kReg1Path=not-hex\n");
-    if (!IsDefault(GetModelIdsFrom(kConfig))) _exit(11);
+    if (!IsDefault(GetModelIds(kConfig))) _exit(11);
     WriteFile(kConfig, std::string(kAllIds) + "kReg1Path=1ffffffff\n");
-    if (!IsDefault(GetModelIdsFrom(kConfig))) _exit(12);
+    if (!IsDefault(GetModelIds(kConfig))) _exit(12);
   });
   EXPECT_EQ(result.exit_code, 0);
-  EXPECT_NE(result.out.find("ERR: Load model config fail: "), std::string::npos) << result.out;
-  EXPECT_NE(result.out.find("ERR: Read model config items fail: "), std::string::npos);
+  EXPECT_NE(result.out.find(":GetModelIds: ERR: Load model config fail: stoul\n"),
+            std::string::npos)
+      << result.out;
+  EXPECT_NE(result.out.find(":GetModelIds: ERR: Read model config items fail: stoul\n"),
+            std::string::npos);
+}
+
+// The ids convert as on the camera, whose unsigned long has 32 bits: a minus sign wraps.
+TEST(GetModelIds, ANegativeIdWrapsAsOnA32BitTarget) {
+  WriteFile(kConfig, std::string(kAllIds) + "kReg1Path=-1\nkReg2Path=-0x10\n");
+  const ModelIds ids = GetModelIds(kConfig);
+  EXPECT_EQ(ids.reg[0], 0xFFFFFFFFu);
+  EXPECT_EQ(ids.reg[1], 0xFFFFFFF0u);
+  for (const char* bad : {"--1", "-+1", "- 1", "-100000000"}) {
+    WriteFile(kConfig, std::string(kAllIds) + "kReg1Path=" + bad + "\n");
+    EXPECT_TRUE(IsDefault(GetModelIds(kConfig))) << bad;
+  }
 }
 
 TEST(LoadModel, ReadsTheWholeFileAndNeverPastTheGivenMemory) {
@@ -104,7 +119,7 @@ TEST(LoadModel, OnlyRegularFilesAreReadAndAFifoNeverBlocks) {
       if (GetModelSize(path) != 0xFFFFFFFFu) _exit(10);
       if (LoadModel(path, memory, sizeof(memory)) != -24) _exit(11);
     }
-    if (!IsDefault(GetModelIdsFrom("/tmp/model.fifo"))) _exit(12);
+    if (!IsDefault(GetModelIds("/tmp/model.fifo"))) _exit(12);
   });
   EXPECT_EQ(result.exit_code, 0) << result.out;
   EXPECT_NE(result.out.find("/tmp/model.fifo is not a regular file\n"), std::string::npos)
