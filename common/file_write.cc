@@ -31,7 +31,8 @@ bool WriteFileAtomically(const std::string& path, const std::string& contents) {
   std::string temp = path + ".XXXXXX";
   const int fd = mkostemp(&temp[0], O_CLOEXEC);
   if (fd < 0) return false;
-  bool ok = WriteAll(fd, contents.data(), contents.size()) && fchmod(fd, 0644) == 0;
+  bool ok =
+      WriteAll(fd, contents.data(), contents.size()) && fchmod(fd, 0644) == 0 && fsync(fd) == 0;
   // close reports late write errors of some file systems: it counts too.
   ok = close(fd) == 0 && ok;
   if (ok && rename(temp.c_str(), path.c_str()) == 0) return true;

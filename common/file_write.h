@@ -1,4 +1,4 @@
-// Writing the daemon's small state files in /tmp, where anyone may plant a link at a fixed path.
+// Writing small state files (the daemon's in /tmp, the simulation's parameter store), where anyone may plant a link at a fixed path.
 //
 // Pure functions without state: any thread may call them.
 #ifndef MIRVANE_COMMON_FILE_WRITE_H

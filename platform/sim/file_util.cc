@@ -36,24 +36,5 @@ FileLock::~FileLock() {
   flock(fd_, LOCK_UN);
 }
 
-bool WriteFileAtomically(const std::string& path, const std::string& contents) {
-  std::string temp = path + ".XXXXXX";
-  int fd = mkostemp(&temp[0], O_CLOEXEC);
-  if (fd < 0) return false;
-  size_t done = 0;
-  while (done < contents.size()) {
-    ssize_t n = write(fd, contents.data() + done, contents.size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) break;
-    done += static_cast<size_t>(n);
-  }
-  const bool written = done == contents.size() && fchmod(fd, 0644) == 0 && fsync(fd) == 0;
-  if (close(fd) != 0 || !written || rename(temp.c_str(), path.c_str()) != 0) {
-    unlink(temp.c_str());
-    return false;
-  }
-  return true;
-}
-
 }  // namespace sim
 }  // namespace mirvane

@@ -1,4 +1,5 @@
-// Small file helpers of the simulation: directories, whole-file locks, atomic replacement.
+// Small file helpers of the simulation: directories and whole-file locks (atomic replacement is
+// common/file_write.h, shared with the daemon).
 #ifndef MIRVANE_PLATFORM_SIM_FILE_UTIL_H
 #define MIRVANE_PLATFORM_SIM_FILE_UTIL_H
 
@@ -25,9 +26,6 @@ class FileLock {
  private:
   int fd_;
 };
-
-// Replaces path by contents atomically (a temporary file beside it, then rename). False on failure.
-bool WriteFileAtomically(const std::string& path, const std::string& contents);
 
 }  // namespace sim
 }  // namespace mirvane

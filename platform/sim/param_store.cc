@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <vector>
 
+#include "common/file_write.h"
 #include "file_util.h"
 #include "sim_settings.h"
 
