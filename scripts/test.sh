@@ -101,6 +101,9 @@ run_tests() {
   (cd "$tests_dir" && ctest --output-on-failure -j"$jobs") 2>&1 | tee "$log" || status=1
   local line total bad
   line=$(grep -E 'tests passed, [0-9]+ tests? failed out of [0-9]+' "$log" | tail -1) || true
+  local failures
+  failures=$(failed_test_output "$log" "$dir")
+  [[ -n $failures ]] && failure_report+=$failures$'\n'
   rm -f "$log"
   [[ -z $line ]] && return 1
   bad=$(sed -E 's/.* ([0-9]+) tests? failed.*/\1/' <<<"$line")
@@ -108,6 +111,28 @@ run_tests() {
   passed=$((passed + total - bad))
   failed_tests=$((failed_tests + bad))
   return $status
+}
+
+# The end of each failed test's output in a CTest log, for the summary: a CI log is often shown
+# only by its tail, and the failures are long scrolled away by then.
+failure_report=
+failed_test_output() {
+  local log=$1 dir=$2
+  awk -v dir="$dir" '
+    /Test +#[0-9]+: .*\*\*\*(Failed|Timeout|Exception)|Test +#[0-9]+: .* (Failed|Timeout)/ {
+      name = $0; n = 0; capturing = 1; next
+    }
+    capturing && (/^ *Start +[0-9]+:/ || /^ *[0-9]+\/[0-9]+ Test +#/ || /tests passed,/) {
+      flush(); capturing = 0
+    }
+    capturing { lines[n++] = $0 }
+    END { if (capturing) flush() }
+    function flush(   i, from) {
+      printf "--- %s: %s\n", dir, name
+      from = n > 40 ? n - 40 : 0
+      for (i = from; i < n; i++) print lines[i]
+      delete lines
+    }' "$log"
 }
 
 # Configures, builds and (but aarch64) tests one configuration. Steps are chained with && because
@@ -215,6 +240,10 @@ fi
 echo "=== time per configuration"
 printf '%s\n' "${timings[@]}"
 for config in "${skipped[@]}"; do printf '%-8s    -    SKIPPED (cross packages unavailable)\n' "$config"; done
+if [[ -n $failure_report ]]; then
+  echo "=== failed tests (the last 40 lines of each one's output)"
+  printf '%s\n' "$failure_report"
+fi
 echo "tests: $passed passed, $failed_tests failed"
 if [[ ${#failed[@]} -ne 0 ]]; then
   echo "test.sh: failed: ${failed[*]}" >&2
