@@ -327,7 +327,14 @@ TEST_P(FaultMatrix, DaemonMeetsTheExpectedOutcome) {
   }
   if (run.peer) {
     if (!e.final_heartbeat.empty()) {
-      WaitUntil([&] { return !run.peer->Heartbeats().empty(); }, kHeartbeatWait);
+      // The peer reads on its own thread: the daemon may have ended before its last heartbeat
+      // was read.
+      WaitUntil(
+          [&] {
+            const std::string h = run.peer->Heartbeats();
+            return !h.empty() && h.substr(h.size() - 1) == e.final_heartbeat;
+          },
+          kHeartbeatWait);
       const std::string heartbeats = run.peer->Heartbeats();
       ASSERT_FALSE(heartbeats.empty());
       EXPECT_EQ(heartbeats.substr(heartbeats.size() - 1), e.final_heartbeat) << heartbeats;
@@ -514,12 +521,16 @@ FAULT_ROWS(
 void BlockThePull(DaemonRun& run) {
   run.Start();
   ASSERT_TRUE(run.WaitForLog("heartbeats withheld", seconds(60))) << run.Output();
+  // A heartbeat sent just before may still be on its way to the peer's reading thread.
+  std::this_thread::sleep_for(milliseconds(500));
   const size_t heartbeats = run.peer->Heartbeats().size();
   std::this_thread::sleep_for(milliseconds(5500));  // one heartbeat period
   EXPECT_EQ(run.peer->Heartbeats().size(), heartbeats) << "no heartbeat while stuck";
   EXPECT_FALSE(ReadFileOrEmpty(kBlockIdFile).empty());
   run.daemon->Signal(SIGTERM);
   EXPECT_TRUE(run.daemon->Wait(seconds(15))) << run.Output();
+  WaitUntil([&] { return run.peer->Heartbeats().size() > heartbeats; }, kHeartbeatWait);
+  std::this_thread::sleep_for(milliseconds(200));
   EXPECT_EQ(run.peer->Heartbeats().size(), heartbeats + 1) << "one final heartbeat";
   EXPECT_EQ(access(kBlockIdFile, F_OK), -1) << "the block was released";
 }
