@@ -1,4 +1,4 @@
-// Bodies of the daemon's two worker threads, started by main.
+// Bodies of the daemon's two worker threads, started by main (all three in bin/mirvane.cc).
 #ifndef MIRVANE_BIN_DAEMON_THREADS_H
 #define MIRVANE_BIN_DAEMON_THREADS_H
 

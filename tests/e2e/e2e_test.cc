@@ -196,6 +196,11 @@ TEST(Daemon, ReloadsWithIdsFromZeroAndAStopSignalEndsItAfterThePassInProgress) {
   Subprocess stand_in(StandIn());
   ASSERT_TRUE(WaitForEvents(stand_in, 3)) << ReadFileOrEmpty(kDaemonOutput);
   EXPECT_EQ(LogLines("Reload config").size(), 1u);
+  // The pipeline's lines name the daemon's own source file and the pipeline's function.
+  for (const std::string& line : LogLines("Reload config")) {
+    EXPECT_NE(line.find("] mirvane.cc:"), std::string::npos) << line;
+    EXPECT_NE(line.find(":RunModelPipeline: "), std::string::npos) << line;
+  }
 
   SetSetting("Custom.Dva.Threshold.Detection", "40");
   ASSERT_TRUE(WaitUntil([] { return LogLines("Reload config").size() == 2; }, seconds(10)));
