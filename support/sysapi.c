@@ -23,10 +23,8 @@
  * or a watchdog blocked for good. */
 #define SYSAPI_SEND_TIMEOUT_S 2
 
-/* recv_all's socket time-outs, and how many time-outs in a row it sits out before giving up (a
- * peer that stalls for good must not hold the caller forever). */
+/* recv_all's socket time-outs. */
 #define SYSAPI_RECV_TIMEOUT_S 10
-#define SYSAPI_RECV_MAX_TIMEOUTS 3
 
 /* Kept sockets, one per command; -1 while not connected. */
 static int g_eventcb_socket = -1;
@@ -181,23 +179,16 @@ int recv_all(int fd, void* buffer, size_t len) {
   setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof(timeout));
   setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof(timeout));
   size_t got = 0;
-  int timeouts = 0;
   while (got < len) {
+    /* A closed peer returns 0 without setting errno: cleared first, it reads as a failure. */
+    errno = 0;
     const ssize_t n = recv(fd, (char*)buffer + got, len - got, MSG_WAITALL);
     if (n > 0) {
       got += (size_t)n;
       continue;
     }
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK) &&
-        ++timeouts < SYSAPI_RECV_MAX_TIMEOUTS) {
-      continue;
-    }
-    if (n == 0) {
-      fprintf(stderr, "recv_all: peer closed after %zu of %zu bytes\n", got, len);
-    } else {
-      perror("recv_all");
-    }
+    if (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK) continue;
+    perror("recv_all");
     return -1;
   }
   return (int)got;

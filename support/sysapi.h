@@ -126,7 +126,9 @@ int sysapi_wdg_update(const char* path, const char* name, const char* restart_co
 /* ---- Receiving ---- */
 
 /* Sets 10-s receive and send time-outs on fd, then reads exactly len bytes, retrying on EINTR and
- * EAGAIN. Returns len, or -1 when the peer closed or another error occurred. */
+ * on every time-out (EAGAIN) without limit: a peer that stays connected and silent holds the
+ * caller. Returns len, or -1 (after perror("recv_all")) when the peer closed or another error
+ * occurred. The daemon itself never calls it: its event and heartbeat commands expect no reply. */
 int recv_all(int fd, void* buffer, size_t len);
 
 /* Registers for events: connects a new socket to path, sends 'E' with a 528-byte body carrying

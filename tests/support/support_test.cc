@@ -14,6 +14,7 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <thread>
 
 #include "one_shot_server.h"
 #include "pdebug.h"
@@ -193,6 +194,29 @@ TEST(EventProcess, HandsOnlyAWholeEventBodyToTheCallbackAndTellsRegistrationAnsw
   EXPECT_EQ(result.exit_code, 0) << result.out;
   EXPECT_TRUE(Contains(result.err, "]: event registed\n")) << result.err;
   EXPECT_TRUE(Contains(result.err, "]: event failed registed\n")) << result.err;
+}
+
+// recv_all waits through the peer's pauses (each shorter than its time-out) for the whole length,
+// and reports a peer that closes early through perror.
+TEST(RecvAll, ReadsTheWholeLengthAcrossPausesAndFailsWhenThePeerCloses) {
+  int fds[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, fds), 0);
+  std::thread writer([fd = fds[1]] {
+    (void)!write(fd, "abc", 3);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    (void)!write(fd, "defgh", 5);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    (void)!write(fd, "ij", 2);
+    close(fd);
+  });
+  char buffer[16] = {};
+  EXPECT_EQ(recv_all(fds[0], buffer, 8), 8);
+  EXPECT_EQ(std::string(buffer, 8), "abcdefgh");
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(recv_all(fds[0], buffer, 8), -1);
+  EXPECT_TRUE(Contains(::testing::internal::GetCapturedStderr(), "recv_all: "));
+  writer.join();
+  close(fds[0]);
 }
 
 TEST(ModLog, WordsRoundTripThroughTheSegment) {
