@@ -22,7 +22,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   valgrind util-linux
   busybox shellcheck dash
-  clang-14 libclang-rt-14-dev
+  clang-14 libclang-rt-14-dev clang-format-14
   libavformat-dev libavcodec-dev libswscale-dev libavutil-dev
   libopencv-video-dev libopencv-dnn-dev python3-onnx
 )
