@@ -142,12 +142,17 @@ void GreedyTracker::GatherCandidates(const std::vector<float>& scores) {
   const size_t box_count = box_points_.size();
   confident_.clear();
   weak_.clear();
-  auto consider = [&](size_t t, size_t d) {
-    const float cost = Cost(track_points_[t], box_points_[d]);
+  track_pairs_.assign(track_count, 0);
+  box_pairs_.assign(box_count, 0);
+  // Costs the pair of track t and box d (whose point is box) and keeps it when it passes the gate.
+  auto consider = [&](size_t t, size_t d, const CostPoint& box) {
+    const float cost = Cost(track_points_[t], box);
     if (!(cost < kNoMatchCost)) return;  // also keeps not-a-number costs out of the sort
     // Here 0 <= cost < kNoMatchCost: the cost is a square, rounded, of a non-negative root.
     const Candidate candidate = MakeCandidate(cost, t, d);
     (scores[d] > score_threshold_ ? confident_ : weak_).push_back(candidate);
+    ++track_pairs_[t];
+    ++box_pairs_[d];
   };
 
   // Only boxes whose centre lies within reach of a track's centre can pass its gate (dx and dy
@@ -164,7 +169,7 @@ void GreedyTracker::GatherCandidates(const std::vector<float>& scores) {
             (std::fabs(track.cx - box.cx) > reach || std::fabs(track.cy - box.cy) > reach)) {
           continue;
         }
-        consider(t, d);
+        consider(t, d, box);
       }
     }
     return;
@@ -207,16 +212,20 @@ void GreedyTracker::GatherCandidates(const std::vector<float>& scores) {
   for (size_t c = 0; c < cells; ++c) cell_starts_[c + 1] += cell_starts_[c];
   cell_fill_.assign(cell_starts_.begin(), cell_starts_.end() - 1);
   grid_boxes_.resize(cell_starts_[cells]);
+  grid_points_.resize(cell_starts_[cells]);
   for (size_t d = 0; d < box_count; ++d) {
     const uint32_t cell = box_cells_[d];
-    if (cell < cells) grid_boxes_[cell_fill_[cell]++] = static_cast<uint32_t>(d);
+    if (cell >= cells) continue;
+    const uint32_t k = cell_fill_[cell]++;
+    grid_boxes_[k] = static_cast<uint32_t>(d);
+    grid_points_[k] = box_points_[d];
   }
 
   for (size_t t = 0; t < track_count; ++t) {
     const CostPoint& track = track_points_[t];
     const float reach = GateReach(track);
     if (!std::isfinite(reach)) {
-      for (size_t d = 0; d < box_count; ++d) consider(t, d);
+      for (size_t d = 0; d < box_count; ++d) consider(t, d, box_points_[d]);
       continue;
     }
     const float low_x = track.cx - reach;
@@ -231,18 +240,29 @@ void GreedyTracker::GatherCandidates(const std::vector<float>& scores) {
       const size_t row_start = static_cast<size_t>(row) * columns;
       const uint32_t end = cell_starts_[row_start + last_column + 1];
       for (uint32_t k = cell_starts_[row_start + first_column]; k < end; ++k) {
-        const uint32_t d = grid_boxes_[k];
-        const CostPoint& box = box_points_[d];
+        const CostPoint& box = grid_points_[k];
         if (box.cx < low_x || high_x < box.cx || box.cy < low_y || high_y < box.cy) continue;
-        consider(t, d);
+        consider(t, grid_boxes_[k], box);
       }
     }
-    for (uint32_t d : unsorted_boxes_) consider(t, d);
+    for (uint32_t d : unsorted_boxes_) consider(t, d, box_points_[d]);
   }
 }
 
 void GreedyTracker::MatchGroup(std::vector<Candidate>* group,
                                const std::vector<TrackedObject>& boxes, SteadyTimePoint now) {
+  // A pair whose track and box are in no other pair (of either group) is taken at once: the walk
+  // would take it wherever the sort put it, and it stands in no other pair's way. Only the rest is
+  // sorted; in a steady scene that is few pairs, if any.
+  size_t kept = 0;
+  for (const Candidate& pair : *group) {
+    if (track_pairs_[pair.track()] == 1 && box_pairs_[pair.box] == 1) {
+      Take(pair, boxes, now);
+    } else {
+      (*group)[kept++] = pair;
+    }
+  }
+  group->resize(kept);
   std::sort(group->begin(), group->end(),
             [](const Candidate& a, const Candidate& b) { return CheaperFirst(a, b); });
   for (const Candidate& pair : *group) {

@@ -151,11 +151,12 @@ class GreedyTracker {
   std::vector<uint32_t> cell_starts_;  // per grid cell, where its boxes start in grid_boxes_
   std::vector<uint32_t> cell_fill_;
   std::vector<uint32_t> grid_boxes_;      // the boxes with a finite centre, cell by cell
+  std::vector<CostPoint> grid_points_;    // and their points, in the same order
   std::vector<uint32_t> unsorted_boxes_;  // boxes whose centre x is not finite
   std::vector<Candidate> confident_;
   std::vector<Candidate> weak_;
-  std::vector<uint32_t> best_of_track_;     // per track, its cheapest pair in the group walked
-  std::vector<uint32_t> best_of_box_;       // per box, likewise
+  std::vector<uint32_t> track_pairs_;       // per track, its pairs in both groups
+  std::vector<uint32_t> box_pairs_;         // per box, likewise
   std::vector<unsigned char> track_taken_;  // 1 once the track is matched
   std::vector<BoxFate> fate_;
   std::vector<uint32_t> box_ids_;
