@@ -94,6 +94,32 @@ struct GridAxis {
   int cells = 1;
 };
 
+// The columns and rows of a grid of about one box per cell, with cells about square over the
+// rectangle that the boxes span (a line of cells when the rectangle is flat or not finite on one
+// side; one cell when on both).
+void GridShape(float min_x, float max_x, float min_y, float max_y, size_t boxes, int* columns,
+               int* rows) {
+  const double width = static_cast<double>(max_x) - static_cast<double>(min_x);
+  const double height = static_cast<double>(max_y) - static_cast<double>(min_y);
+  const bool wide = width > 0.0 && std::isfinite(width);
+  const bool tall = height > 0.0 && std::isfinite(height);
+  const double count = static_cast<double>(boxes);
+  double along_x = 1.0;
+  double along_y = 1.0;
+  if (wide && tall) {
+    const double aspect = width / height;
+    along_x = std::ceil(std::sqrt(count * aspect));
+    along_y = std::ceil(std::sqrt(count / aspect));
+  } else if (wide) {
+    along_x = count;
+  } else if (tall) {
+    along_y = count;
+  }
+  // At most one column (row) per box: the cells stay within about twice the boxes.
+  *columns = static_cast<int>(std::min(std::max(along_x, 1.0), count));
+  *rows = static_cast<int>(std::min(std::max(along_y, 1.0), count));
+}
+
 // Whether both coordinates are finite (neither infinite nor not-a-number): x - x is 0 exactly then.
 bool FiniteCentre(float cx, float cy) {
   return cx - cx == 0.0f && cy - cy == 0.0f;
@@ -137,7 +163,7 @@ GreedyTracker::Track GreedyTracker::CreateTrack(uint32_t id, const TrackedObject
   return track;
 }
 
-void GreedyTracker::GatherCandidates(const std::vector<float>& scores) {
+void GreedyTracker::GatherCandidates(const std::vector<float>& scores, const BoxSpan& span) {
   const size_t track_count = track_points_.size();
   const size_t box_count = box_points_.size();
   confident_.clear();
@@ -151,8 +177,8 @@ void GreedyTracker::GatherCandidates(const std::vector<float>& scores) {
     // Here 0 <= cost < kNoMatchCost: the cost is a square, rounded, of a non-negative root.
     const Candidate candidate = MakeCandidate(cost, t, d);
     (scores[d] > score_threshold_ ? confident_ : weak_).push_back(candidate);
-    ++track_pairs_[t];
-    ++box_pairs_[d];
+    track_pairs_[t] = track_pairs_[t] == 0 ? 1 : 2;
+    box_pairs_[d] = box_pairs_[d] == 0 ? 1 : 2;
   };
 
   // Only boxes whose centre lies within reach of a track's centre can pass its gate (dx and dy
@@ -176,23 +202,15 @@ void GreedyTracker::GatherCandidates(const std::vector<float>& scores) {
   }
   // More boxes are bucketed once into a grid of about one box per cell over the rectangle they
   // span, and each track looks only at the cells that its reach overlaps, costing the boxes within
-  // reach.
-  unsorted_boxes_.clear();
-  float min_x = std::numeric_limits<float>::infinity();
-  float max_x = -min_x;
-  float min_y = min_x;
-  float max_y = -min_x;
-  for (size_t d = 0; d < box_count; ++d) {
-    // Not-a-number coordinates are passed over; an infinite one leaves a single cell on its axis.
-    const CostPoint& box = box_points_[d];
-    min_x = box.cx < min_x ? box.cx : min_x;
-    max_x = box.cx > max_x ? box.cx : max_x;
-    min_y = box.cy < min_y ? box.cy : min_y;
-    max_y = box.cy > max_y ? box.cy : max_y;
-  }
-  const int side = static_cast<int>(std::ceil(std::sqrt(static_cast<double>(box_count))));
-  const GridAxis x_axis(min_x, max_x, side);
-  const GridAxis y_axis(min_y, max_y, side);
+  // reach. A pair whose box or track has a centre that is not finite never passes the gate (its
+  // cost is infinite or not a number), so such boxes stay out of the grid and such tracks look at
+  // none.
+  int wanted_columns = 1;
+  int wanted_rows = 1;
+  GridShape(span.min_x, span.max_x, span.min_y, span.max_y, box_count, &wanted_columns,
+            &wanted_rows);
+  const GridAxis x_axis(span.min_x, span.max_x, wanted_columns);
+  const GridAxis y_axis(span.min_y, span.max_y, wanted_rows);
   const size_t columns = static_cast<size_t>(x_axis.cells);
   const size_t cells = columns * static_cast<size_t>(y_axis.cells);
   cell_starts_.assign(cells + 1, 0);
@@ -200,7 +218,6 @@ void GreedyTracker::GatherCandidates(const std::vector<float>& scores) {
   for (size_t d = 0; d < box_count; ++d) {
     const CostPoint& box = box_points_[d];
     if (!FiniteCentre(box.cx, box.cy)) {
-      unsorted_boxes_.push_back(static_cast<uint32_t>(d));
       box_cells_[d] = static_cast<uint32_t>(cells);  // in no cell
       continue;
     }
@@ -221,11 +238,14 @@ void GreedyTracker::GatherCandidates(const std::vector<float>& scores) {
     grid_points_[k] = box_points_[d];
   }
 
+  const uint32_t grid_size = cell_starts_[cells];
   for (size_t t = 0; t < track_count; ++t) {
     const CostPoint& track = track_points_[t];
     const float reach = GateReach(track);
     if (!std::isfinite(reach)) {
-      for (size_t d = 0; d < box_count; ++d) consider(t, d, box_points_[d]);
+      // An area that is infinite, negative or not a number: every box is costed.
+      if (!FiniteCentre(track.cx, track.cy)) continue;
+      for (uint32_t k = 0; k < grid_size; ++k) consider(t, grid_boxes_[k], grid_points_[k]);
       continue;
     }
     const float low_x = track.cx - reach;
@@ -245,7 +265,6 @@ void GreedyTracker::GatherCandidates(const std::vector<float>& scores) {
         consider(t, grid_boxes_[k], box);
       }
     }
-    for (uint32_t d : unsorted_boxes_) consider(t, d, box_points_[d]);
   }
 }
 
@@ -276,6 +295,7 @@ void GreedyTracker::Take(const Candidate& pair, const std::vector<TrackedObject>
                          SteadyTimePoint now) {
   track_taken_[pair.track()] = 1;
   fate_[pair.box] = BoxFate::kContinued;
+  ++continued_;
   // The snapshot's tracks are all in the map until the stale ones are dropped, after matching.
   Track* track = track_refs_[pair.track()];
   track->Update(boxes[pair.box], now);
@@ -304,16 +324,27 @@ std::vector<TrackedObject> GreedyTracker::Update(const std::vector<TrackedObject
     ++t;
   }
 
+  // The boxes' points, and the rectangle their centres span (not-a-number coordinates are passed
+  // over; an infinite one leaves a single grid cell on its axis).
   box_points_.resize(box_count);
-  for (size_t d = 0; d < box_count; ++d) box_points_[d] = MovedBackPoint(boxes[d]);
+  BoxSpan span;
+  for (size_t d = 0; d < box_count; ++d) {
+    const CostPoint box = MovedBackPoint(boxes[d]);
+    box_points_[d] = box;
+    span.min_x = box.cx < span.min_x ? box.cx : span.min_x;
+    span.max_x = box.cx > span.max_x ? box.cx : span.max_x;
+    span.min_y = box.cy < span.min_y ? box.cy : span.min_y;
+    span.max_y = box.cy > span.max_y ? box.cy : span.max_y;
+  }
 
   // Pairs with confident boxes, then pairs with weak ones, each group taken cheapest first; pairs
   // that can never match are left out here rather than skipped later.
-  GatherCandidates(scores);
+  GatherCandidates(scores, span);
 
   track_taken_.assign(track_count, 0);
   fate_.assign(box_count, BoxFate::kUnmatched);
-  box_ids_.assign(box_count, 0);
+  box_ids_.resize(box_count);  // read only for boxes that continue or start a track
+  continued_ = 0;
   MatchGroup(&confident_, boxes, now);
   MatchGroup(&weak_, boxes, now);
 
@@ -327,22 +358,25 @@ std::vector<TrackedObject> GreedyTracker::Update(const std::vector<TrackedObject
     }
   }
 
+  born_.clear();
   for (size_t d = 0; d < box_count; ++d) {
     if (fate_[d] != BoxFate::kUnmatched || !(scores[d] > score_threshold_)) continue;
     const uint32_t id = (*next_id_)++;
-    fate_[d] = BoxFate::kBorn;
+    born_.push_back(static_cast<uint32_t>(d));
     box_ids_[d] = id;
     tracks_.emplace(id, CreateTrack(id, boxes[d]));  // an id already present keeps its track
   }
 
   std::vector<TrackedObject> out;
-  out.reserve(box_count);
-  for (BoxFate wanted : {BoxFate::kContinued, BoxFate::kBorn}) {
-    for (size_t d = 0; d < box_count; ++d) {
-      if (fate_[d] != wanted) continue;
-      out.push_back(boxes[d]);
-      out.back().tracking_id = box_ids_[d];
-    }
+  out.reserve(continued_ + born_.size());
+  for (size_t d = 0; d < box_count; ++d) {
+    if (fate_[d] != BoxFate::kContinued) continue;
+    out.push_back(boxes[d]);
+    out.back().tracking_id = box_ids_[d];
+  }
+  for (uint32_t d : born_) {
+    out.push_back(boxes[d]);
+    out.back().tracking_id = box_ids_[d];
   }
   return out;
 }

@@ -11,6 +11,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <limits>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -125,10 +126,17 @@ class GreedyTracker {
  private:
   using CostPoint = greedy_tracker_internal::CostPoint;
   using Candidate = greedy_tracker_internal::Candidate;
-  enum class BoxFate : unsigned char { kUnmatched, kContinued, kBorn };
+  enum class BoxFate : unsigned char { kUnmatched, kContinued };
+  // The rectangle that the frame's box points span (empty: the bounds the other way round).
+  struct BoxSpan {
+    float min_x = std::numeric_limits<float>::infinity();
+    float max_x = -std::numeric_limits<float>::infinity();
+    float min_y = std::numeric_limits<float>::infinity();
+    float max_y = -std::numeric_limits<float>::infinity();
+  };
 
-  // Fills confident_ and weak_ with the pairs that pass the gate.
-  void GatherCandidates(const std::vector<float>& scores);
+  // Fills confident_ and weak_ with the pairs that pass the gate, and track_pairs_ and box_pairs_.
+  void GatherCandidates(const std::vector<float>& scores, const BoxSpan& span);
   // Takes the pairs of one group, cheapest first, whose track and box are both still free.
   void MatchGroup(std::vector<Candidate>* group, const std::vector<TrackedObject>& boxes,
                   SteadyTimePoint now);
@@ -150,16 +158,17 @@ class GreedyTracker {
   std::vector<uint32_t> box_cells_;    // per box, its grid cell (the cell count for none)
   std::vector<uint32_t> cell_starts_;  // per grid cell, where its boxes start in grid_boxes_
   std::vector<uint32_t> cell_fill_;
-  std::vector<uint32_t> grid_boxes_;      // the boxes with a finite centre, cell by cell
-  std::vector<CostPoint> grid_points_;    // and their points, in the same order
-  std::vector<uint32_t> unsorted_boxes_;  // boxes whose centre x is not finite
+  std::vector<uint32_t> grid_boxes_;    // the boxes with a finite centre, cell by cell
+  std::vector<CostPoint> grid_points_;  // and their points, in the same order
   std::vector<Candidate> confident_;
   std::vector<Candidate> weak_;
-  std::vector<uint32_t> track_pairs_;       // per track, its pairs in both groups
-  std::vector<uint32_t> box_pairs_;         // per box, likewise
+  std::vector<unsigned char> track_pairs_;  // per track, its pairs in both groups (2: two or more)
+  std::vector<unsigned char> box_pairs_;    // per box, likewise
   std::vector<unsigned char> track_taken_;  // 1 once the track is matched
   std::vector<BoxFate> fate_;
-  std::vector<uint32_t> box_ids_;
+  std::vector<uint32_t> box_ids_;  // per box that continued or started a track, its id
+  size_t continued_ = 0;           // the boxes that continued a track
+  std::vector<uint32_t> born_;     // the boxes that started one, in box order
 };
 
 }  // namespace dva
