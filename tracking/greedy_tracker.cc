@@ -81,9 +81,10 @@ struct GridAxis {
   }
 
   int CellOf(float v) const {
-    // A not-a-number t (an infinite v on a one-cell axis) ends in the last cell, as any t would.
+    // A not-a-number t (an infinite v on a one-cell axis) ends in the first cell, as any t would.
+    // (Each clamp is one maximum or minimum instruction in this form.)
     float t = (v - origin) * scale;
-    t = t < 0.0f ? 0.0f : t;
+    t = t > 0.0f ? t : 0.0f;
     t = t < last ? t : last;
     return static_cast<int>(t);
   }
@@ -168,29 +169,38 @@ void GreedyTracker::GatherCandidates(const std::vector<float>& scores, const Box
   const size_t box_count = box_points_.size();
   confident_.clear();
   weak_.clear();
-  track_pairs_.assign(track_count, 0);
-  box_pairs_.assign(box_count, 0);
+  track_state_.assign(track_count, kNone);
+  box_state_.assign(box_count, kNone);
+  // The loops below read through plain pointers: the states are bytes, and a store of a byte may
+  // alias anything in memory, the vectors' own pointers included.
+  const CostPoint* const track_points = track_points_.data();
+  Pairing* const track_state = track_state_.data();
+  Pairing* const box_state = box_state_.data();
+  const float* const box_scores = scores.data();
+  const float threshold = score_threshold_;
   // Costs the pair of track t and box d (whose point is box) and keeps it when it passes the gate.
   auto consider = [&](size_t t, size_t d, const CostPoint& box) {
-    const float cost = Cost(track_points_[t], box);
+    const float cost = Cost(track_points[t], box);
     if (!(cost < kNoMatchCost)) return;  // also keeps not-a-number costs out of the sort
     // Here 0 <= cost < kNoMatchCost: the cost is a square, rounded, of a non-negative root.
     const Candidate candidate = MakeCandidate(cost, t, d);
-    (scores[d] > score_threshold_ ? confident_ : weak_).push_back(candidate);
-    track_pairs_[t] = track_pairs_[t] == 0 ? 1 : 2;
-    box_pairs_[d] = box_pairs_[d] == 0 ? 1 : 2;
+    (box_scores[d] > threshold ? confident_ : weak_).push_back(candidate);
+    track_state[t] = track_state[t] == kNone ? kOne : kSeveral;
+    box_state[d] = box_state[d] == kNone ? kOne : kSeveral;
   };
 
+  if (track_count == 0 || box_count == 0) return;
   // Only boxes whose centre lies within reach of a track's centre can pass its gate (dx and dy
   // below are those of the cost). A few boxes are all looked at, by every track.
   constexpr size_t kFewBoxes = 16;
   if (box_count <= kFewBoxes) {
+    const CostPoint* const box_points = box_points_.data();
     for (size_t t = 0; t < track_count; ++t) {
-      const CostPoint& track = track_points_[t];
+      const CostPoint track = track_points[t];
       const float reach = GateReach(track);
       const bool reach_usable = std::isfinite(reach);
       for (size_t d = 0; d < box_count; ++d) {
-        const CostPoint& box = box_points_[d];
+        const CostPoint& box = box_points[d];
         if (reach_usable &&
             (std::fabs(track.cx - box.cx) > reach || std::fabs(track.cy - box.cy) > reach)) {
           continue;
@@ -238,14 +248,17 @@ void GreedyTracker::GatherCandidates(const std::vector<float>& scores, const Box
     grid_points_[k] = box_points_[d];
   }
 
-  const uint32_t grid_size = cell_starts_[cells];
+  const uint32_t* const starts = cell_starts_.data();
+  const uint32_t* const grid_boxes = grid_boxes_.data();
+  const CostPoint* const grid_points = grid_points_.data();
+  const uint32_t grid_size = starts[cells];
   for (size_t t = 0; t < track_count; ++t) {
-    const CostPoint& track = track_points_[t];
+    const CostPoint track = track_points[t];
     const float reach = GateReach(track);
     if (!std::isfinite(reach)) {
       // An area that is infinite, negative or not a number: every box is costed.
       if (!FiniteCentre(track.cx, track.cy)) continue;
-      for (uint32_t k = 0; k < grid_size; ++k) consider(t, grid_boxes_[k], grid_points_[k]);
+      for (uint32_t k = 0; k < grid_size; ++k) consider(t, grid_boxes[k], grid_points[k]);
       continue;
     }
     const float low_x = track.cx - reach;
@@ -253,16 +266,17 @@ void GreedyTracker::GatherCandidates(const std::vector<float>& scores, const Box
     const float low_y = track.cy - reach;
     const float high_y = track.cy + reach;
     // A box within the bounds lies in a cell within the bounds' cells: CellOf keeps the order.
+    // Row by row, the boxes of the cells from the first column to the last are one run.
     const size_t first_column = static_cast<size_t>(x_axis.CellOf(low_x));
-    const size_t last_column = static_cast<size_t>(x_axis.CellOf(high_x));
-    const int last_row = y_axis.CellOf(high_y);
-    for (int row = y_axis.CellOf(low_y); row <= last_row; ++row) {
-      const size_t row_start = static_cast<size_t>(row) * columns;
-      const uint32_t end = cell_starts_[row_start + last_column + 1];
-      for (uint32_t k = cell_starts_[row_start + first_column]; k < end; ++k) {
-        const CostPoint& box = grid_points_[k];
+    const size_t run_cells = static_cast<size_t>(x_axis.CellOf(high_x)) + 1 - first_column;
+    const size_t last_run = static_cast<size_t>(y_axis.CellOf(high_y)) * columns + first_column;
+    for (size_t run = static_cast<size_t>(y_axis.CellOf(low_y)) * columns + first_column;
+         run <= last_run; run += columns) {
+      const uint32_t end = starts[run + run_cells];
+      for (uint32_t k = starts[run]; k < end; ++k) {
+        const CostPoint& box = grid_points[k];
         if (box.cx < low_x || high_x < box.cx || box.cy < low_y || high_y < box.cy) continue;
-        consider(t, grid_boxes_[k], box);
+        consider(t, grid_boxes[k], box);
       }
     }
   }
@@ -275,7 +289,7 @@ void GreedyTracker::MatchGroup(std::vector<Candidate>* group,
   // sorted; in a steady scene that is few pairs, if any.
   size_t kept = 0;
   for (const Candidate& pair : *group) {
-    if (track_pairs_[pair.track()] == 1 && box_pairs_[pair.box] == 1) {
+    if (track_state_[pair.track()] == kOne && box_state_[pair.box] == kOne) {
       Take(pair, boxes, now);
     } else {
       (*group)[kept++] = pair;
@@ -285,7 +299,7 @@ void GreedyTracker::MatchGroup(std::vector<Candidate>* group,
   std::sort(group->begin(), group->end(),
             [](const Candidate& a, const Candidate& b) { return CheaperFirst(a, b); });
   for (const Candidate& pair : *group) {
-    if (track_taken_[pair.track()] == 0 && fate_[pair.box] == BoxFate::kUnmatched) {
+    if (track_state_[pair.track()] != kTaken && box_state_[pair.box] != kTaken) {
       Take(pair, boxes, now);
     }
   }
@@ -293,8 +307,8 @@ void GreedyTracker::MatchGroup(std::vector<Candidate>* group,
 
 void GreedyTracker::Take(const Candidate& pair, const std::vector<TrackedObject>& boxes,
                          SteadyTimePoint now) {
-  track_taken_[pair.track()] = 1;
-  fate_[pair.box] = BoxFate::kContinued;
+  track_state_[pair.track()] = kTaken;
+  box_state_[pair.box] = kTaken;
   ++continued_;
   // The snapshot's tracks are all in the map until the stale ones are dropped, after matching.
   Track* track = track_refs_[pair.track()];
@@ -341,8 +355,6 @@ std::vector<TrackedObject> GreedyTracker::Update(const std::vector<TrackedObject
   // that can never match are left out here rather than skipped later.
   GatherCandidates(scores, span);
 
-  track_taken_.assign(track_count, 0);
-  fate_.assign(box_count, BoxFate::kUnmatched);
   box_ids_.resize(box_count);  // read only for boxes that continue or start a track
   continued_ = 0;
   MatchGroup(&confident_, boxes, now);
@@ -350,7 +362,7 @@ std::vector<TrackedObject> GreedyTracker::Update(const std::vector<TrackedObject
 
   removed_ids_.clear();
   for (t = 0; t < track_count; ++t) {
-    if (track_taken_[t]) continue;
+    if (track_state_[t] == kTaken) continue;
     const uint32_t id = track_ids_[t];
     if (track_refs_[t]->IsExpired(now)) {
       tracks_.erase(id);
@@ -360,7 +372,7 @@ std::vector<TrackedObject> GreedyTracker::Update(const std::vector<TrackedObject
 
   born_.clear();
   for (size_t d = 0; d < box_count; ++d) {
-    if (fate_[d] != BoxFate::kUnmatched || !(scores[d] > score_threshold_)) continue;
+    if (box_state_[d] == kTaken || !(scores[d] > score_threshold_)) continue;
     const uint32_t id = (*next_id_)++;
     born_.push_back(static_cast<uint32_t>(d));
     box_ids_[d] = id;
@@ -370,7 +382,7 @@ std::vector<TrackedObject> GreedyTracker::Update(const std::vector<TrackedObject
   std::vector<TrackedObject> out;
   out.reserve(continued_ + born_.size());
   for (size_t d = 0; d < box_count; ++d) {
-    if (fate_[d] != BoxFate::kContinued) continue;
+    if (box_state_[d] != kTaken) continue;
     out.push_back(boxes[d]);
     out.back().tracking_id = box_ids_[d];
   }

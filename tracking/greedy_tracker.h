@@ -126,7 +126,14 @@ class GreedyTracker {
  private:
   using CostPoint = greedy_tracker_internal::CostPoint;
   using Candidate = greedy_tracker_internal::Candidate;
-  enum class BoxFate : unsigned char { kUnmatched, kContinued };
+  // What a track or a box of the frame has: no pair that passes the gate, one, several, or its
+  // match (a box then continues the track).
+  // (Plain bytes, so that a frame's states are cleared with one memset.)
+  using Pairing = unsigned char;
+  static constexpr Pairing kNone = 0;
+  static constexpr Pairing kOne = 1;
+  static constexpr Pairing kSeveral = 2;
+  static constexpr Pairing kTaken = 3;
   // The rectangle that the frame's box points span (empty: the bounds the other way round).
   struct BoxSpan {
     float min_x = std::numeric_limits<float>::infinity();
@@ -135,7 +142,8 @@ class GreedyTracker {
     float max_y = -std::numeric_limits<float>::infinity();
   };
 
-  // Fills confident_ and weak_ with the pairs that pass the gate, and track_pairs_ and box_pairs_.
+  // Fills confident_ and weak_ with the pairs that pass the gate, and track_state_ and box_state_
+  // with how many pairs each track and box has.
   void GatherCandidates(const std::vector<float>& scores, const BoxSpan& span);
   // Takes the pairs of one group, cheapest first, whose track and box are both still free.
   void MatchGroup(std::vector<Candidate>* group, const std::vector<TrackedObject>& boxes,
@@ -162,13 +170,11 @@ class GreedyTracker {
   std::vector<CostPoint> grid_points_;  // and their points, in the same order
   std::vector<Candidate> confident_;
   std::vector<Candidate> weak_;
-  std::vector<unsigned char> track_pairs_;  // per track, its pairs in both groups (2: two or more)
-  std::vector<unsigned char> box_pairs_;    // per box, likewise
-  std::vector<unsigned char> track_taken_;  // 1 once the track is matched
-  std::vector<BoxFate> fate_;
-  std::vector<uint32_t> box_ids_;  // per box that continued or started a track, its id
-  size_t continued_ = 0;           // the boxes that continued a track
-  std::vector<uint32_t> born_;     // the boxes that started one, in box order
+  std::vector<Pairing> track_state_;  // per track, counting its pairs in both groups
+  std::vector<Pairing> box_state_;    // per box, likewise
+  std::vector<uint32_t> box_ids_;     // per box that continued or started a track, its id
+  size_t continued_ = 0;              // the boxes that continued a track
+  std::vector<uint32_t> born_;        // the boxes that started one, in box order
 };
 
 }  // namespace dva
