@@ -360,8 +360,10 @@ std::vector<TrackedObject> GreedyTracker::Update(const std::vector<TrackedObject
   MatchGroup(&confident_, boxes, now);
   MatchGroup(&weak_, boxes, now);
 
+  // In a steady scene every track continues and every box continues one: then no track can be
+  // stale and no box is born, and the walks below are skipped.
   removed_ids_.clear();
-  for (t = 0; t < track_count; ++t) {
+  for (t = 0; t < track_count && continued_ < track_count; ++t) {
     if (track_state_[t] == kTaken) continue;
     const uint32_t id = track_ids_[t];
     if (track_refs_[t]->IsExpired(now)) {
@@ -371,7 +373,7 @@ std::vector<TrackedObject> GreedyTracker::Update(const std::vector<TrackedObject
   }
 
   born_.clear();
-  for (size_t d = 0; d < box_count; ++d) {
+  for (size_t d = 0; d < box_count && continued_ < box_count; ++d) {
     if (box_state_[d] == kTaken || !(scores[d] > score_threshold_)) continue;
     const uint32_t id = (*next_id_)++;
     born_.push_back(static_cast<uint32_t>(d));
