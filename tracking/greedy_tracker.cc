@@ -286,16 +286,20 @@ void GreedyTracker::MatchGroup(std::vector<Candidate>* group,
                                const std::vector<TrackedObject>& boxes, SteadyTimePoint now) {
   // A pair whose track and box are in no other pair (of either group) is taken at once: the walk
   // would take it wherever the sort put it, and it stands in no other pair's way. Only the rest is
-  // sorted; in a steady scene that is few pairs, if any.
-  size_t kept = 0;
-  for (const Candidate& pair : *group) {
-    if (track_state_[pair.track()] == kOne && box_state_[pair.box] == kOne) {
-      Take(pair, boxes, now);
-    } else {
-      (*group)[kept++] = pair;
+  // sorted; in a steady scene that is few pairs, if any. Such pairs are looked for only while the
+  // frame has at most two pairs per track: in a crowd there are few, and the search would cost
+  // more than it saves.
+  if (confident_.size() + weak_.size() <= 2 * track_state_.size()) {
+    size_t kept = 0;
+    for (const Candidate& pair : *group) {
+      if (track_state_[pair.track()] == kOne && box_state_[pair.box] == kOne) {
+        Take(pair, boxes, now);
+      } else {
+        (*group)[kept++] = pair;
+      }
     }
+    group->resize(kept);
   }
-  group->resize(kept);
   std::sort(group->begin(), group->end(),
             [](const Candidate& a, const Candidate& b) { return CheaperFirst(a, b); });
   for (const Candidate& pair : *group) {
