@@ -127,8 +127,7 @@ class GreedyTracker {
   using CostPoint = greedy_tracker_internal::CostPoint;
   using Candidate = greedy_tracker_internal::Candidate;
   // What a track or a box of the frame has: no pair that passes the gate, one, several, or its
-  // match (a box then continues the track).
-  // (Plain bytes, so that a frame's states are cleared with one memset.)
+  // match (a box then continues the track). Plain bytes, so that clearing them is one memset.
   using Pairing = unsigned char;
   static constexpr Pairing kNone = 0;
   static constexpr Pairing kOne = 1;
