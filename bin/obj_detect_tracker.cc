@@ -60,12 +60,13 @@ TrackResult ObjDetectTracker::Update(const DetectionsPerClass& detections, int w
   const float fheight = static_cast<float>(height);
   result.objects.resize(trackers_.size());
   for (size_t i = 0; i < trackers_.size(); ++i) {
-    boxes_.clear();
-    scores_.clear();
+    const std::vector<Detection>& list = detections[i];
+    boxes_.resize(list.size());
+    scores_.resize(list.size());
     const int32_t class_id = ClassIdOf(i);
-    for (const Detection& detection : detections[i]) {
-      boxes_.push_back(ToTrackerInput(detection, fwidth, fheight, class_id, timestamp));
-      scores_.push_back(detection.score);
+    for (size_t d = 0; d < list.size(); ++d) {
+      boxes_[d] = ToTrackerInput(list[d], fwidth, fheight, class_id, timestamp);
+      scores_[d] = list[d].score;
     }
     std::vector<TrackedObject> tracked = trackers_[i].Update(boxes_, scores_);
     for (TrackedObject& object : tracked) ToNormalised(&object, fwidth, fheight);

@@ -81,9 +81,10 @@ struct GridAxis {
   }
 
   int CellOf(float v) const {
-    // A not-a-number t (an infinite v on a one-cell axis) ends in the last cell, as any t would.
+    // A not-a-number t (an infinite v on a one-cell axis) ends in the first cell, as any t would.
+    // (Each clamp is one maximum or minimum instruction in this form.)
     float t = (v - origin) * scale;
-    t = t < 0.0f ? 0.0f : t;
+    t = t > 0.0f ? t : 0.0f;
     t = t < last ? t : last;
     return static_cast<int>(t);
   }
@@ -93,6 +94,32 @@ struct GridAxis {
   float last = 0.0f;  // the last cell's index
   int cells = 1;
 };
+
+// The columns and rows of a grid of about one box per cell, with cells about square over the
+// rectangle that the boxes span (a line of cells when the rectangle is flat or not finite on one
+// side; one cell when on both).
+void GridShape(float min_x, float max_x, float min_y, float max_y, size_t boxes, int* columns,
+               int* rows) {
+  const double width = static_cast<double>(max_x) - static_cast<double>(min_x);
+  const double height = static_cast<double>(max_y) - static_cast<double>(min_y);
+  const bool wide = width > 0.0 && std::isfinite(width);
+  const bool tall = height > 0.0 && std::isfinite(height);
+  const double count = static_cast<double>(boxes);
+  double along_x = 1.0;
+  double along_y = 1.0;
+  if (wide && tall) {
+    const double aspect = width / height;
+    along_x = std::ceil(std::sqrt(count * aspect));
+    along_y = std::ceil(std::sqrt(count / aspect));
+  } else if (wide) {
+    along_x = count;
+  } else if (tall) {
+    along_y = count;
+  }
+  // At most one column (row) per box: the cells stay within about twice the boxes.
+  *columns = static_cast<int>(std::min(std::max(along_x, 1.0), count));
+  *rows = static_cast<int>(std::min(std::max(along_y, 1.0), count));
+}
 
 // Whether both coordinates are finite (neither infinite nor not-a-number): x - x is 0 exactly then.
 bool FiniteCentre(float cx, float cy) {
@@ -137,57 +164,63 @@ GreedyTracker::Track GreedyTracker::CreateTrack(uint32_t id, const TrackedObject
   return track;
 }
 
-void GreedyTracker::GatherCandidates(const std::vector<float>& scores) {
+void GreedyTracker::GatherCandidates(const std::vector<float>& scores, const BoxSpan& span) {
   const size_t track_count = track_points_.size();
   const size_t box_count = box_points_.size();
   confident_.clear();
   weak_.clear();
-  auto consider = [&](size_t t, size_t d) {
-    const float cost = Cost(track_points_[t], box_points_[d]);
+  track_state_.assign(track_count, kNone);
+  box_state_.assign(box_count, kNone);
+  // The loops below read through plain pointers: the states are bytes, and a store of a byte may
+  // alias anything in memory, the vectors' own pointers included.
+  const CostPoint* const track_points = track_points_.data();
+  Pairing* const track_state = track_state_.data();
+  Pairing* const box_state = box_state_.data();
+  const float* const box_scores = scores.data();
+  const float threshold = score_threshold_;
+  // Costs the pair of track t and box d (whose point is box) and keeps it when it passes the gate.
+  auto consider = [&](size_t t, size_t d, const CostPoint& box) {
+    const float cost = Cost(track_points[t], box);
     if (!(cost < kNoMatchCost)) return;  // also keeps not-a-number costs out of the sort
     // Here 0 <= cost < kNoMatchCost: the cost is a square, rounded, of a non-negative root.
     const Candidate candidate = MakeCandidate(cost, t, d);
-    (scores[d] > score_threshold_ ? confident_ : weak_).push_back(candidate);
+    (box_scores[d] > threshold ? confident_ : weak_).push_back(candidate);
+    track_state[t] = track_state[t] == kNone ? kOne : kSeveral;
+    box_state[d] = box_state[d] == kNone ? kOne : kSeveral;
   };
 
+  if (track_count == 0 || box_count == 0) return;
   // Only boxes whose centre lies within reach of a track's centre can pass its gate (dx and dy
   // below are those of the cost). A few boxes are all looked at, by every track.
   constexpr size_t kFewBoxes = 16;
   if (box_count <= kFewBoxes) {
+    const CostPoint* const box_points = box_points_.data();
     for (size_t t = 0; t < track_count; ++t) {
-      const CostPoint& track = track_points_[t];
+      const CostPoint track = track_points[t];
       const float reach = GateReach(track);
       const bool reach_usable = std::isfinite(reach);
       for (size_t d = 0; d < box_count; ++d) {
-        const CostPoint& box = box_points_[d];
+        const CostPoint& box = box_points[d];
         if (reach_usable &&
             (std::fabs(track.cx - box.cx) > reach || std::fabs(track.cy - box.cy) > reach)) {
           continue;
         }
-        consider(t, d);
+        consider(t, d, box);
       }
     }
     return;
   }
   // More boxes are bucketed once into a grid of about one box per cell over the rectangle they
   // span, and each track looks only at the cells that its reach overlaps, costing the boxes within
-  // reach.
-  unsorted_boxes_.clear();
-  float min_x = std::numeric_limits<float>::infinity();
-  float max_x = -min_x;
-  float min_y = min_x;
-  float max_y = -min_x;
-  for (size_t d = 0; d < box_count; ++d) {
-    // Not-a-number coordinates are passed over; an infinite one leaves a single cell on its axis.
-    const CostPoint& box = box_points_[d];
-    min_x = box.cx < min_x ? box.cx : min_x;
-    max_x = box.cx > max_x ? box.cx : max_x;
-    min_y = box.cy < min_y ? box.cy : min_y;
-    max_y = box.cy > max_y ? box.cy : max_y;
-  }
-  const int side = static_cast<int>(std::ceil(std::sqrt(static_cast<double>(box_count))));
-  const GridAxis x_axis(min_x, max_x, side);
-  const GridAxis y_axis(min_y, max_y, side);
+  // reach. A pair whose box or track has a centre that is not finite never passes the gate (its
+  // cost is infinite or not a number), so such boxes stay out of the grid and such tracks look at
+  // none.
+  int wanted_columns = 1;
+  int wanted_rows = 1;
+  GridShape(span.min_x, span.max_x, span.min_y, span.max_y, box_count, &wanted_columns,
+            &wanted_rows);
+  const GridAxis x_axis(span.min_x, span.max_x, wanted_columns);
+  const GridAxis y_axis(span.min_y, span.max_y, wanted_rows);
   const size_t columns = static_cast<size_t>(x_axis.cells);
   const size_t cells = columns * static_cast<size_t>(y_axis.cells);
   cell_starts_.assign(cells + 1, 0);
@@ -195,7 +228,6 @@ void GreedyTracker::GatherCandidates(const std::vector<float>& scores) {
   for (size_t d = 0; d < box_count; ++d) {
     const CostPoint& box = box_points_[d];
     if (!FiniteCentre(box.cx, box.cy)) {
-      unsorted_boxes_.push_back(static_cast<uint32_t>(d));
       box_cells_[d] = static_cast<uint32_t>(cells);  // in no cell
       continue;
     }
@@ -207,16 +239,26 @@ void GreedyTracker::GatherCandidates(const std::vector<float>& scores) {
   for (size_t c = 0; c < cells; ++c) cell_starts_[c + 1] += cell_starts_[c];
   cell_fill_.assign(cell_starts_.begin(), cell_starts_.end() - 1);
   grid_boxes_.resize(cell_starts_[cells]);
+  grid_points_.resize(cell_starts_[cells]);
   for (size_t d = 0; d < box_count; ++d) {
     const uint32_t cell = box_cells_[d];
-    if (cell < cells) grid_boxes_[cell_fill_[cell]++] = static_cast<uint32_t>(d);
+    if (cell >= cells) continue;
+    const uint32_t k = cell_fill_[cell]++;
+    grid_boxes_[k] = static_cast<uint32_t>(d);
+    grid_points_[k] = box_points_[d];
   }
 
+  const uint32_t* const starts = cell_starts_.data();
+  const uint32_t* const grid_boxes = grid_boxes_.data();
+  const CostPoint* const grid_points = grid_points_.data();
+  const uint32_t grid_size = starts[cells];
   for (size_t t = 0; t < track_count; ++t) {
-    const CostPoint& track = track_points_[t];
+    const CostPoint track = track_points[t];
     const float reach = GateReach(track);
     if (!std::isfinite(reach)) {
-      for (size_t d = 0; d < box_count; ++d) consider(t, d);
+      // An area that is infinite, negative or not a number: every box is costed.
+      if (!FiniteCentre(track.cx, track.cy)) continue;
+      for (uint32_t k = 0; k < grid_size; ++k) consider(t, grid_boxes[k], grid_points[k]);
       continue;
     }
     const float low_x = track.cx - reach;
@@ -224,29 +266,44 @@ void GreedyTracker::GatherCandidates(const std::vector<float>& scores) {
     const float low_y = track.cy - reach;
     const float high_y = track.cy + reach;
     // A box within the bounds lies in a cell within the bounds' cells: CellOf keeps the order.
+    // Row by row, the boxes of the cells from the first column to the last are one run.
     const size_t first_column = static_cast<size_t>(x_axis.CellOf(low_x));
-    const size_t last_column = static_cast<size_t>(x_axis.CellOf(high_x));
-    const int last_row = y_axis.CellOf(high_y);
-    for (int row = y_axis.CellOf(low_y); row <= last_row; ++row) {
-      const size_t row_start = static_cast<size_t>(row) * columns;
-      const uint32_t end = cell_starts_[row_start + last_column + 1];
-      for (uint32_t k = cell_starts_[row_start + first_column]; k < end; ++k) {
-        const uint32_t d = grid_boxes_[k];
-        const CostPoint& box = box_points_[d];
+    const size_t run_cells = static_cast<size_t>(x_axis.CellOf(high_x)) + 1 - first_column;
+    const size_t last_run = static_cast<size_t>(y_axis.CellOf(high_y)) * columns + first_column;
+    for (size_t run = static_cast<size_t>(y_axis.CellOf(low_y)) * columns + first_column;
+         run <= last_run; run += columns) {
+      const uint32_t end = starts[run + run_cells];
+      for (uint32_t k = starts[run]; k < end; ++k) {
+        const CostPoint& box = grid_points[k];
         if (box.cx < low_x || high_x < box.cx || box.cy < low_y || high_y < box.cy) continue;
-        consider(t, d);
+        consider(t, grid_boxes[k], box);
       }
     }
-    for (uint32_t d : unsorted_boxes_) consider(t, d);
   }
 }
 
 void GreedyTracker::MatchGroup(std::vector<Candidate>* group,
                                const std::vector<TrackedObject>& boxes, SteadyTimePoint now) {
+  // A pair whose track and box are in no other pair (of either group) is taken at once: the walk
+  // would take it wherever the sort put it, and it stands in no other pair's way. Only the rest is
+  // sorted; in a steady scene that is few pairs, if any. Such pairs are looked for only while the
+  // frame has at most two pairs per track: in a crowd there are few, and the search would cost
+  // more than it saves.
+  if (confident_.size() + weak_.size() <= 2 * track_state_.size()) {
+    size_t kept = 0;
+    for (const Candidate& pair : *group) {
+      if (track_state_[pair.track()] == kOne && box_state_[pair.box] == kOne) {
+        Take(pair, boxes, now);
+      } else {
+        (*group)[kept++] = pair;
+      }
+    }
+    group->resize(kept);
+  }
   std::sort(group->begin(), group->end(),
             [](const Candidate& a, const Candidate& b) { return CheaperFirst(a, b); });
   for (const Candidate& pair : *group) {
-    if (track_taken_[pair.track()] == 0 && fate_[pair.box] == BoxFate::kUnmatched) {
+    if (track_state_[pair.track()] != kTaken && box_state_[pair.box] != kTaken) {
       Take(pair, boxes, now);
     }
   }
@@ -254,8 +311,9 @@ void GreedyTracker::MatchGroup(std::vector<Candidate>* group,
 
 void GreedyTracker::Take(const Candidate& pair, const std::vector<TrackedObject>& boxes,
                          SteadyTimePoint now) {
-  track_taken_[pair.track()] = 1;
-  fate_[pair.box] = BoxFate::kContinued;
+  track_state_[pair.track()] = kTaken;
+  box_state_[pair.box] = kTaken;
+  ++continued_;
   // The snapshot's tracks are all in the map until the stale ones are dropped, after matching.
   Track* track = track_refs_[pair.track()];
   track->Update(boxes[pair.box], now);
@@ -284,22 +342,33 @@ std::vector<TrackedObject> GreedyTracker::Update(const std::vector<TrackedObject
     ++t;
   }
 
+  // The boxes' points, and the rectangle their centres span (not-a-number coordinates are passed
+  // over; an infinite one leaves a single grid cell on its axis).
   box_points_.resize(box_count);
-  for (size_t d = 0; d < box_count; ++d) box_points_[d] = MovedBackPoint(boxes[d]);
+  BoxSpan span;
+  for (size_t d = 0; d < box_count; ++d) {
+    const CostPoint box = MovedBackPoint(boxes[d]);
+    box_points_[d] = box;
+    span.min_x = box.cx < span.min_x ? box.cx : span.min_x;
+    span.max_x = box.cx > span.max_x ? box.cx : span.max_x;
+    span.min_y = box.cy < span.min_y ? box.cy : span.min_y;
+    span.max_y = box.cy > span.max_y ? box.cy : span.max_y;
+  }
 
   // Pairs with confident boxes, then pairs with weak ones, each group taken cheapest first; pairs
   // that can never match are left out here rather than skipped later.
-  GatherCandidates(scores);
+  GatherCandidates(scores, span);
 
-  track_taken_.assign(track_count, 0);
-  fate_.assign(box_count, BoxFate::kUnmatched);
-  box_ids_.assign(box_count, 0);
+  box_ids_.resize(box_count);  // read only for boxes that continue or start a track
+  continued_ = 0;
   MatchGroup(&confident_, boxes, now);
   MatchGroup(&weak_, boxes, now);
 
+  // In a steady scene every track continues and every box continues one: then no track can be
+  // stale and no box is born, and the walks below are skipped.
   removed_ids_.clear();
-  for (t = 0; t < track_count; ++t) {
-    if (track_taken_[t]) continue;
+  for (t = 0; t < track_count && continued_ < track_count; ++t) {
+    if (track_state_[t] == kTaken) continue;
     const uint32_t id = track_ids_[t];
     if (track_refs_[t]->IsExpired(now)) {
       tracks_.erase(id);
@@ -307,22 +376,25 @@ std::vector<TrackedObject> GreedyTracker::Update(const std::vector<TrackedObject
     }
   }
 
-  for (size_t d = 0; d < box_count; ++d) {
-    if (fate_[d] != BoxFate::kUnmatched || !(scores[d] > score_threshold_)) continue;
+  born_.clear();
+  for (size_t d = 0; d < box_count && continued_ < box_count; ++d) {
+    if (box_state_[d] == kTaken || !(scores[d] > score_threshold_)) continue;
     const uint32_t id = (*next_id_)++;
-    fate_[d] = BoxFate::kBorn;
+    born_.push_back(static_cast<uint32_t>(d));
     box_ids_[d] = id;
     tracks_.emplace(id, CreateTrack(id, boxes[d]));  // an id already present keeps its track
   }
 
   std::vector<TrackedObject> out;
-  out.reserve(box_count);
-  for (BoxFate wanted : {BoxFate::kContinued, BoxFate::kBorn}) {
-    for (size_t d = 0; d < box_count; ++d) {
-      if (fate_[d] != wanted) continue;
-      out.push_back(boxes[d]);
-      out.back().tracking_id = box_ids_[d];
-    }
+  out.reserve(continued_ + born_.size());
+  for (size_t d = 0; d < box_count; ++d) {
+    if (box_state_[d] != kTaken) continue;
+    out.push_back(boxes[d]);
+    out.back().tracking_id = box_ids_[d];
+  }
+  for (uint32_t d : born_) {
+    out.push_back(boxes[d]);
+    out.back().tracking_id = box_ids_[d];
   }
   return out;
 }

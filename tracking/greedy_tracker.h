@@ -11,6 +11,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <limits>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -125,10 +126,24 @@ class GreedyTracker {
  private:
   using CostPoint = greedy_tracker_internal::CostPoint;
   using Candidate = greedy_tracker_internal::Candidate;
-  enum class BoxFate : unsigned char { kUnmatched, kContinued, kBorn };
+  // What a track or a box of the frame has: no pair that passes the gate, one, several, or its
+  // match (a box then continues the track). Plain bytes, so that clearing them is one memset.
+  using Pairing = unsigned char;
+  static constexpr Pairing kNone = 0;
+  static constexpr Pairing kOne = 1;
+  static constexpr Pairing kSeveral = 2;
+  static constexpr Pairing kTaken = 3;
+  // The rectangle that the frame's box points span (empty: the bounds the other way round).
+  struct BoxSpan {
+    float min_x = std::numeric_limits<float>::infinity();
+    float max_x = -std::numeric_limits<float>::infinity();
+    float min_y = std::numeric_limits<float>::infinity();
+    float max_y = -std::numeric_limits<float>::infinity();
+  };
 
-  // Fills confident_ and weak_ with the pairs that pass the gate.
-  void GatherCandidates(const std::vector<float>& scores);
+  // Fills confident_ and weak_ with the pairs that pass the gate, and track_state_ and box_state_
+  // with how many pairs each track and box has.
+  void GatherCandidates(const std::vector<float>& scores, const BoxSpan& span);
   // Takes the pairs of one group, cheapest first, whose track and box are both still free.
   void MatchGroup(std::vector<Candidate>* group, const std::vector<TrackedObject>& boxes,
                   SteadyTimePoint now);
@@ -150,15 +165,15 @@ class GreedyTracker {
   std::vector<uint32_t> box_cells_;    // per box, its grid cell (the cell count for none)
   std::vector<uint32_t> cell_starts_;  // per grid cell, where its boxes start in grid_boxes_
   std::vector<uint32_t> cell_fill_;
-  std::vector<uint32_t> grid_boxes_;      // the boxes with a finite centre, cell by cell
-  std::vector<uint32_t> unsorted_boxes_;  // boxes whose centre x is not finite
+  std::vector<uint32_t> grid_boxes_;    // the boxes with a finite centre, cell by cell
+  std::vector<CostPoint> grid_points_;  // and their points, in the same order
   std::vector<Candidate> confident_;
   std::vector<Candidate> weak_;
-  std::vector<uint32_t> best_of_track_;     // per track, its cheapest pair in the group walked
-  std::vector<uint32_t> best_of_box_;       // per box, likewise
-  std::vector<unsigned char> track_taken_;  // 1 once the track is matched
-  std::vector<BoxFate> fate_;
-  std::vector<uint32_t> box_ids_;
+  std::vector<Pairing> track_state_;  // per track, counting its pairs in both groups
+  std::vector<Pairing> box_state_;    // per box, likewise
+  std::vector<uint32_t> box_ids_;     // per box that continued or started a track, its id
+  size_t continued_ = 0;              // the boxes that continued a track
+  std::vector<uint32_t> born_;        // the boxes that started one, in box order
 };
 
 }  // namespace dva

@@ -1,7 +1,7 @@
 // The tracker's association and the people and vehicle rule's box coverage, against
 // straightforward versions written here from their definitions, on random scenes: the fast paths
-// (the gate's search grid, the early end of the coverage count, whole rows at once) must give the
-// very same answers, bit for bit, frame after frame.
+// (the gate's search grid, pairs taken without sorting, the early end of the coverage count, whole
+// rows at once) must give the very same answers, bit for bit, frame after frame.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -142,7 +142,9 @@ bool SameRecord(const TrackedObject& a, const TrackedObject& b) {
 // Random frames of one class in pixels: objects that drift and are seen again (with the model's
 // offset back to their last position), exact duplicates (equal costs), clusters where many pairs
 // pass the gate, strays, and now and then a degenerate box (zero or negative size, not-a-number
-// or infinite corners). Scores confident, weak, or exactly the threshold.
+// or infinite corners, a finite centre with an infinite or not-a-number area). Scores confident,
+// weak, or exactly the threshold. Now and then a crowded frame (a few hundred boxes), or a frame
+// whose boxes all have one centre height, or one centre x (a flat grid of the boxes).
 class SceneMaker {
  public:
   explicit SceneMaker(uint32_t seed) : random_(seed) {}
@@ -150,7 +152,8 @@ class SceneMaker {
   void Frame(std::vector<TrackedObject>* boxes, std::vector<float>* scores) {
     boxes->clear();
     scores->clear();
-    const int objects = Uniform(0, 70);
+    const int layout = Uniform(0, 9);  // 7: crowded, 8: one centre height, 9: one centre x
+    const int objects = layout == 7 ? Uniform(150, 300) : Uniform(0, 70);
     for (int n = 0; n < objects; ++n) {
       TrackedObject box;
       const int kind = Uniform(0, 19);
@@ -167,6 +170,13 @@ class SceneMaker {
       if (kind == 18) {  // degenerate
         const float odd[] = {kNaN, kInf, -kInf, 0.0f};
         (Uniform(0, 1) ? box.xmax : box.ymin) = odd[Uniform(0, 3)];
+        if (Uniform(0, 2) == 0) {  // centre x 0 and an infinite width: an infinite area
+          box.xmin = -3e38f;
+          box.xmax = 3e38f;
+          box.ymin = cy - h / 2;
+          box.ymax = cy + h / 2;
+          if (Uniform(0, 1) == 0) box.ymin = box.ymax = cy;  // zero height: not a number
+        }
       } else if (kind == 19) {
         box.xmax = box.xmin - Real(0, 5);  // zero or negative width
       }
@@ -222,6 +232,18 @@ class SceneMaker {
       boxes->push_back(square);
       scores->push_back(square.score);
       edge_.push_back(square);
+    }
+    if (layout == 8 || layout == 9) {
+      // Whole-pixel sizes about a whole-pixel centre: every centre is exactly the same.
+      for (TrackedObject& box : *boxes) {
+        float& low = layout == 8 ? box.ymin : box.xmin;
+        float& high = layout == 8 ? box.ymax : box.xmax;
+        float& offset = layout == 8 ? box.offset_y : box.offset_x;
+        const float half = static_cast<float>(Uniform(1, 150));
+        low = 540.0f - half;
+        high = 540.0f + half;
+        offset = 0.0f;
+      }
     }
     last_ = *boxes;
     ++frame_;
