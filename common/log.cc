@@ -98,9 +98,9 @@ class RepeatFilter {
   unsigned orphaned_ = 0;
 };
 
+// Never destroyed: threads may log during exit.
 RepeatFilter& Repeats() {
-  static RepeatFilter* repeats =
-      new RepeatFilter();  // never destroyed: threads may log during exit
+  static RepeatFilter* repeats = new RepeatFilter();
   return *repeats;
 }
 
@@ -131,7 +131,7 @@ void BoundDebugLog() {
 std::atomic<bool> sink_installed{false};
 std::mutex sink_mutex;
 LogSink& Sink() {
-  static LogSink* sink = new LogSink();  // never destroyed: threads may log during exit
+  static LogSink* sink = new LogSink();  // never destroyed, as Repeats()
   return *sink;
 }
 
