@@ -36,8 +36,8 @@ if(CMAKE_CROSSCOMPILING AND CMAKE_CROSSCOMPILING_EMULATOR)
 endif()
 
 # mirvane_add_test(NAME name SOURCES ... LIBS ...): one GoogleTest executable, registered with CTest
-# test by test. Executables that touch /tmp link mirvane_test_ns_main, which runs them in a private
-# mount namespace with a /tmp of their own.
+# test by test. Executables link mirvane_testing_main, or mirvane_testing_ns when they touch fixed
+# paths in /tmp: that one runs them in a private mount namespace with a /tmp of their own.
 function(mirvane_add_test)
   cmake_parse_arguments(T "" "NAME;TIMEOUT" "SOURCES;LIBS" ${ARGN})
   add_executable(${T_NAME} ${T_SOURCES})

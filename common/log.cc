@@ -11,6 +11,7 @@
 #include <mutex>
 #include <string>
 
+#include "common/log_sink.h"
 #include "debugLog.h"
 
 namespace mirvane {
@@ -71,6 +72,12 @@ class RepeatFilter {
     return true;
   }
 
+  void Forget() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    for (RepeatEntry& entry : entries_) entry = RepeatEntry();
+    orphaned_ = 0;
+  }
+
  private:
   RepeatEntry* Find(uint64_t key, int64_t now) {
     RepeatEntry* oldest = &entries_[0];
@@ -90,6 +97,12 @@ class RepeatFilter {
   RepeatEntry entries_[kRepeatSlots];
   unsigned orphaned_ = 0;
 };
+
+// Never destroyed: threads may log during exit.
+RepeatFilter& Repeats() {
+  static RepeatFilter* repeats = new RepeatFilter();
+  return *repeats;
+}
 
 uint64_t LineKey(const char* file, int line, const char* text) {
   // FNV-1a over the call site and the formatted text.
@@ -114,6 +127,30 @@ void BoundDebugLog() {
   RotateLogFileToPrevious(LOG_TYPE_DEBUG, kDebugLogLimitBytes);
 }
 
+// The test sink, when one is installed; sink_installed spares the lock on the daemon's path.
+std::atomic<bool> sink_installed{false};
+std::mutex sink_mutex;
+LogSink& Sink() {
+  static LogSink* sink = new LogSink();  // never destroyed, as Repeats()
+  return *sink;
+}
+
+// The whole text of format and args.
+std::string Formatted(const char* format, va_list args) {
+  va_list again;
+  va_copy(again, args);
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+  const int size = std::vsnprintf(nullptr, 0, format, args);
+  std::string text(size > 0 ? size : 0, '\0');
+  if (size > 0) std::vsnprintf(&text[0], text.size() + 1, format, again);
+#pragma GCC diagnostic pop
+  va_end(again);
+  return text;
+}
+
+std::atomic<int> debug_switch_setting{static_cast<int>(DebugSwitch::kFromFile)};
+
 // The message without its final line feed, with the count of dropped repeats, and the line feed.
 std::string WithDropCount(const char* message, unsigned dropped) {
   std::string text = message;
@@ -128,7 +165,31 @@ std::string WithDropCount(const char* message, unsigned dropped) {
 bool IsLogLevelEnabled(unsigned level) {
   // Thread-safe one-time initialisation: exactly one thread performs the stat.
   static const bool debug_enabled = DebugSwitchPresent();
-  return level != kLogDebug || debug_enabled;
+  if (level != kLogDebug) return true;
+  switch (static_cast<DebugSwitch>(debug_switch_setting.load(std::memory_order_relaxed))) {
+    case DebugSwitch::kOn:
+      return true;
+    case DebugSwitch::kOff:
+      return false;
+    case DebugSwitch::kFromFile:
+      break;
+  }
+  return debug_enabled;
+}
+
+LogSink SetLogSink(LogSink sink) {
+  std::lock_guard<std::mutex> lock(sink_mutex);
+  sink_installed = static_cast<bool>(sink);
+  std::swap(Sink(), sink);
+  return sink;
+}
+
+void ForgetLogRepeats() {
+  Repeats().Forget();
+}
+
+DebugSwitch SetDebugSwitch(DebugSwitch setting) {
+  return static_cast<DebugSwitch>(debug_switch_setting.exchange(static_cast<int>(setting)));
 }
 
 void LogPrint(unsigned level, const char* file, int line, const char* function, const char* format,
@@ -146,9 +207,18 @@ void LogPrint(unsigned level, const char* file, int line, const char* function, 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
   std::vsnprintf(message, sizeof(message), prefixed.c_str(), args);
-  static RepeatFilter repeats;
   unsigned dropped = 0;
-  if (!repeats.Admit(LineKey(file, line, message), &dropped)) {
+  if (!Repeats().Admit(LineKey(file, line, message), &dropped)) {
+    va_end(again);
+    va_end(args);
+    return;
+  }
+  if (sink_installed.load()) {
+    std::string whole = std::string("[Mirvane][") + name + "] " + base + ":" +
+                        std::to_string(line) + ":" + function + ": " + Formatted(format, again);
+    if (dropped != 0) whole = WithDropCount(whole.c_str(), dropped);
+    std::lock_guard<std::mutex> lock(sink_mutex);
+    if (Sink()) Sink()(level, whole);
     va_end(again);
     va_end(args);
     return;

@@ -5,6 +5,8 @@
 // test), 1 "Info", 2 "Err". Call sites test IsLogLevelEnabled() before formatting anything; the
 // MIRVANE_LOG macro does that and passes the call site's file, line and function.
 //
+// Tests take the lines in their own process and set the debug switch through common/log_sink.h.
+//
 // Threads: any thread may call both functions. LogPrint keeps the repeat counts of recent lines
 // and the rotation check under short internal locks.
 #ifndef MIRVANE_COMMON_LOG_H

@@ -1,28 +1,17 @@
-// The daemon's parts between the network and the event, and its settings: the detection tracker
-// (ids unique over all classes, pixel offsets, class ids, removed ids, the class-count check), the
-// event converter (which objects, in which order, snapshot ids, class codes), the score thresholds
-// and the configuration thread raising the reload flag on real changes under "Custom.Dva".
+// The daemon's parts between the network and the event: the detection tracker (ids unique over
+// all classes, pixel offsets, class ids, removed ids, the class-count check) and the event
+// converter (which objects, in which order, snapshot ids, class codes).
 #include <gtest/gtest.h>
-#include <jansson.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <chrono>
 #include <cstdint>
-#include <future>
 #include <string>
-#include <thread>
 #include <unordered_set>
 #include <vector>
 
-#include "bin/daemon_threads.h"
 #include "bin/event_converter.h"
-#include "bin/instance_lock.h"
 #include "bin/obj_detect_tracker.h"
-#include "bin/process_flags.h"
-#include "bin/threshold.h"
-#include "mirvane_sim.h"
-#include "testing/child_process.h"
+#include "testing/log_capture.h"
 #include "testing/manual_clock.h"
 
 namespace mirvane {
@@ -30,11 +19,7 @@ namespace {
 
 using dva::ObjDetectTracker;
 using std::chrono::milliseconds;
-using std::chrono::seconds;
-using testing::ChildResult;
 using testing::ManualClock;
-using testing::RunInChild;
-using testing::WaitUntil;
 
 constexpr float kThreshold = 0.6f;
 constexpr int kWidth = 640;
@@ -127,25 +112,24 @@ TEST(ObjDetectTracker, EmptyFramesStillAgeAndDropTracks) {
 }
 
 TEST(ObjDetectTracker, AClassCountMismatchIsLoggedAndGivesAnEmptyResult) {
-  const testing::ChildResult child = testing::RunInChild([] {
-    ManualClock clock;
-    ObjDetectTracker tracker(4, kThreshold, clock.Source());
-    tracker.Update({{At(0.5f, 0.5f, 0.9f)}, {}, {}, {}}, kWidth, kHeight, 1);
-    clock.Advance(milliseconds(40));
-    const TrackResult result = tracker.Update({{At(0.5f, 0.5f, 0.9f)}}, kWidth, kHeight, 2);
-    if (!result.objects.empty() || !result.removed_ids.empty()) _exit(10);
-    // Nothing changed: the track goes on under its id and the counter did not move.
-    clock.Advance(milliseconds(400));
-    const TrackResult next = tracker.Update(
-        {{At(0.5f, 0.5f, 0.9f)}, {At(0.2f, 0.2f, 0.9f)}, {}, {}}, kWidth, kHeight, 3);
-    if (IdsOf(next.objects[0]) != Ids{0} || IdsOf(next.objects[1]) != Ids{1}) _exit(11);
-  });
-  EXPECT_EQ(child.exit_code, 0);
-  EXPECT_NE(child.out.find("[Mirvane][Err] obj_detect_tracker.cc:"), std::string::npos)
-      << child.out;
-  EXPECT_NE(child.out.find(":Update: Detection class num is not equal to trackers\n"),
-            std::string::npos)
-      << child.out;
+  const testing::LogCapture log;
+  ManualClock clock;
+  ObjDetectTracker tracker(4, kThreshold, clock.Source());
+  tracker.Update({{At(0.5f, 0.5f, 0.9f)}, {}, {}, {}}, kWidth, kHeight, 1);
+  clock.Advance(milliseconds(40));
+  const TrackResult result = tracker.Update({{At(0.5f, 0.5f, 0.9f)}}, kWidth, kHeight, 2);
+  EXPECT_TRUE(result.objects.empty());
+  EXPECT_TRUE(result.removed_ids.empty());
+  EXPECT_EQ(log.Count("[Mirvane][Err] obj_detect_tracker.cc:"), 1) << log.Text();
+  EXPECT_TRUE(log.Contains(":Update: Detection class num is not equal to trackers\n"))
+      << log.Text();
+  // Nothing changed: the track goes on under its id and the counter did not move.
+  clock.Advance(milliseconds(400));
+  const TrackResult next =
+      tracker.Update({{At(0.5f, 0.5f, 0.9f)}, {At(0.2f, 0.2f, 0.9f)}, {}, {}}, kWidth, kHeight, 3);
+  ASSERT_EQ(next.objects.size(), 4u);
+  EXPECT_EQ(IdsOf(next.objects[0]), Ids{0});
+  EXPECT_EQ(IdsOf(next.objects[1]), Ids{1});
 }
 
 // Hands out ids from first_id on and counts its calls.
@@ -249,85 +233,14 @@ TEST(SnapshotIdCache, KeepsASnapshotForASecondThenRenewsItReportingTheLowByte) {
 }
 
 TEST(ConvertClassId, MapsOneToFourAndLogsTheRest) {
-  const testing::ChildResult result = testing::RunInChild([] {
-    if (ConvertClassId(1) != 0 || ConvertClassId(4) != 3) _exit(10);
-    if (ConvertClassId(0) != 0 || ConvertClassId(5) != 0) _exit(11);
-  });
-  EXPECT_EQ(result.exit_code, 0);
-  EXPECT_NE(result.out.find("ConvertClassId: Unexpect class_id [0]\n"), std::string::npos);
-  EXPECT_NE(result.out.find("ConvertClassId: Unexpect class_id [5]\n"), std::string::npos);
-}
-
-// Stores value (JSON text) under key.
-void Store(const char* key, const char* json_text) {
-  json_t* value = json_loads(json_text, JSON_DECODE_ANY, nullptr);
-  ASSERT_NE(value, nullptr) << json_text;
-  ASSERT_EQ(mirvane_param_set(key, value), 0);
-  json_decref(value);
-}
-
-TEST(InstanceLock, TheFirstHolderKeepsItAndALinkIsRefused) {
-  unlink("/tmp/test.lock");
-  {
-    const InstanceLock first("/tmp/test.lock");
-    EXPECT_EQ(first.state(), InstanceLock::State::kHeld);
-    const InstanceLock second("/tmp/test.lock");
-    EXPECT_EQ(second.state(), InstanceLock::State::kHeldByAnother);
-  }
-  EXPECT_EQ(InstanceLock("/tmp/test.lock").state(), InstanceLock::State::kHeld)
-      << "free again once its holder is gone";
-  unlink("/tmp/test.lock");
-  ASSERT_EQ(symlink("/tmp/victim.lock", "/tmp/test.lock"), 0);
-  const InstanceLock linked("/tmp/test.lock");
-  EXPECT_EQ(linked.state(), InstanceLock::State::kFailed);
-  EXPECT_EQ(linked.error(), ELOOP);
-  EXPECT_EQ(access("/tmp/victim.lock", F_OK), -1);
-}
-
-TEST(Threshold, ReadsIntegerPercentsAndZeroForAnythingElse) {
-  mirvane_param_delete("Custom.Dva");
-  Threshold thresholds;
-  EXPECT_FLOAT_EQ(thresholds.detection, 0.2f) << "defaults until the first reload";
-  Store("Custom.Dva.Threshold.Detection", "35");
-  Store("Custom.Dva.Threshold.Tracking", "\"60\"");
-  thresholds.ReloadFromPgo();
-  EXPECT_FLOAT_EQ(thresholds.detection, 0.35f);
-  EXPECT_FLOAT_EQ(thresholds.tracking, 0.0f) << "a text value reads as 0";
-  mirvane_param_delete("Custom.Dva.Threshold.Detection");
-  Store("Custom.Dva.Threshold.Tracking", "150");
-  thresholds.ReloadFromPgo();
-  EXPECT_FLOAT_EQ(thresholds.detection, 0.0f) << "a missing value reads as 0, not the default";
-  EXPECT_FLOAT_EQ(thresholds.tracking, 1.5f) << "no range check";
-  Store("Custom.Dva.Threshold.Detection", "4294967331");  // 2^32 + 35, not 35
-  thresholds.ReloadFromPgo();
-  EXPECT_FLOAT_EQ(thresholds.detection, 0.0f) << "beyond an int reads as 0, as a non-integer";
-}
-
-// Runs the configuration thread in a child process (the flags are process-wide) and applies
-// change; exits 0 when the flag ends as expected and the thread ends after the run flag clears.
-ChildResult ObserveChange(void (*change)(), bool expect_reload) {
-  return RunInChild([change, expect_reload] {
-    Store("Custom.Dva", "{\"Threshold\": {\"Detection\": 20}}");
-    Store("Other.Key", "1");
-    g_reload_config = 0;
-    auto done = std::async(std::launch::async, RunConfigObserver);
-    std::this_thread::sleep_for(milliseconds(300));  // the observer is registered
-    change();
-    const bool reloaded =
-        WaitUntil([] { return g_reload_config.load() == 1; }, seconds(expect_reload ? 10 : 2));
-    g_running = 0;
-    if (done.wait_for(seconds(5)) != std::future_status::ready) _exit(20);
-    _exit(reloaded == expect_reload ? 0 : 10);
-  });
-}
-
-// A change under the watched key raises the flag (the end-to-end reload run checks that too).
-TEST(ConfigObserver, RaisesTheReloadFlagOnlyOnARealChangeUnderTheWatchedKey) {
-  EXPECT_EQ(ObserveChange([] { Store("Custom.Dva.Threshold.Detection", "35"); }, true).exit_code,
-            0);
-  EXPECT_EQ(ObserveChange([] { Store("Other.Key", "2"); }, false).exit_code, 0);
-  EXPECT_EQ(ObserveChange([] { Store("Custom.Dva.Threshold.Detection", "20"); }, false).exit_code,
-            0);
+  const testing::LogCapture log;
+  EXPECT_EQ(ConvertClassId(1), 0);
+  EXPECT_EQ(ConvertClassId(4), 3);
+  EXPECT_EQ(log.Text(), "");
+  EXPECT_EQ(ConvertClassId(0), 0);
+  EXPECT_EQ(ConvertClassId(5), 0);
+  EXPECT_TRUE(log.Contains("ConvertClassId: Unexpect class_id [0]\n")) << log.Text();
+  EXPECT_TRUE(log.Contains("ConvertClassId: Unexpect class_id [5]\n")) << log.Text();
 }
 
 }  // namespace

@@ -7,7 +7,7 @@
 
 #include "common/detection_region.h"
 #include "common/fence.h"
-#include "testing/child_process.h"
+#include "testing/log_capture.h"
 
 namespace mirvane {
 namespace dva {
@@ -91,17 +91,18 @@ TEST(DetectionRegion, ExclusionAdmitsWhatNoPolygonContainsAndEverythingWithoutPo
 }
 
 TEST(Fence, EachPointAfterTheFirstAddsASegmentAndOutOfRangeGettersLogUnderThePointGetter) {
-  const testing::ChildResult result = testing::RunInChild([] {
-    Fence fence;
-    fence.AddPoint({0.1f, 0.1f});
-    if (!fence.boundaries().empty()) _exit(11);
-    fence.AddPoint({0.2f, 0.3f});
-    if (fence.boundaries().size() != 1 || fence.GetBoundary(0)->end.y != 0.3f) _exit(12);
-    if (fence.GetPoint(2) || fence.GetBoundary(1)) _exit(10);
-  });
-  EXPECT_EQ(result.exit_code, 0);
-  EXPECT_THAT(result.out, HasSubstr(":GetPoint: failed to get point 2\n"));
-  EXPECT_THAT(result.out, HasSubstr(":GetPoint: failed to get boundary 1\n"));
+  const testing::LogCapture log;
+  Fence fence;
+  fence.AddPoint({0.1f, 0.1f});
+  EXPECT_TRUE(fence.boundaries().empty());
+  fence.AddPoint({0.2f, 0.3f});
+  ASSERT_EQ(fence.boundaries().size(), 1u);
+  EXPECT_EQ(fence.GetBoundary(0)->end.y, 0.3f);
+  EXPECT_EQ(log.Text(), "");
+  EXPECT_FALSE(fence.GetPoint(2));
+  EXPECT_FALSE(fence.GetBoundary(1));
+  EXPECT_THAT(log.Text(), HasSubstr(":GetPoint: failed to get point 2\n"));
+  EXPECT_THAT(log.Text(), HasSubstr(":GetPoint: failed to get boundary 1\n"));
 }
 
 }  // namespace

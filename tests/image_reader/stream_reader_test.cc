@@ -23,6 +23,8 @@ using testing::CountErrorLogLines;
 using testing::RunChecksInChild;
 using testing::UseSimSettings;
 
+// Checks run in a child: the platform's bring-up and the device memory it takes last as long as
+// the process.
 TEST(StreamReader, ImageCarriesTheFramesPictureAndGivesItsFrameBackWhenDestroyed) {
   const ChildResult result = RunChecksInChild([] {
     UseSimSettings(R"({"video": {"pace": "fast", "buffers": 3}})");

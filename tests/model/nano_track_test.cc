@@ -93,6 +93,9 @@ TEST(Letterbox, KeepsTheAspectInsideTheSquareInput) {
   }
 }
 
+// Checks run in a child: the platform's bring-up and the device memory it takes last as long as
+// the process.
+
 // A model file that the runtime refuses still took its region, rounded up to 32 bytes; a missing
 // or empty file stops the runner with its text and takes nothing.
 TEST(NetworkRunner, TakesTheModelFileRegionRoundedUpAndStopsOnABadFile) {
@@ -208,8 +211,7 @@ void ExpectFramesObjects(const DetectionsPerClass& found, const std::vector<Trut
   ASSERT_EQ(found.size(), 4u);
   for (const TruthBox& b : frame) {
     if (!StandsAlone(b, frame)) continue;
-    SCOPED_TRACE("object " + std::to_string(b.object_id) + " class " +
-                 std::to_string(b.class_id));
+    SCOPED_TRACE("object " + std::to_string(b.object_id) + " class " + std::to_string(b.class_id));
     const Detection* d = Closest(found, b);
     ASSERT_NE(d, nullptr);
     const PixelBox p = InSource(*d);
@@ -236,8 +238,8 @@ void ExpectFramesObjects(const DetectionsPerClass& found, const std::vector<Trut
         const float h = std::min(p.y1, t.y1) - std::max(p.y0, t.y0);
         if (w > 0 && h > 0) covered += w * h / ((p.x1 - p.x0) * (p.y1 - p.y0));
       }
-      EXPECT_GT(covered, 0.5f) << "class " << c + 1 << " at " << p.x0 << "," << p.y0 << "-"
-                               << p.x1 << "," << p.y1;
+      EXPECT_GT(covered, 0.5f) << "class " << c + 1 << " at " << p.x0 << "," << p.y0 << "-" << p.x1
+                               << "," << p.y1;
     }
   }
 }

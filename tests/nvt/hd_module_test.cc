@@ -23,6 +23,8 @@ using testing::ReadFileOrEmpty;
 using testing::RunChecksInChild;
 using testing::UseSimSettings;
 
+// Checks run in a child: the platform's bring-up and the device memory it takes last as long as
+// the process.
 TEST(HdModule, AStartAfterAnUncleanExitTakesTheBlockBackThroughTheIdFileOnly) {
   const ChildResult killed = RunChecksInChild([] {
     HdModule arena;

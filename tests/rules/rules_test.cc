@@ -6,6 +6,7 @@
 #include <jansson.h>
 
 #include <chrono>
+#include <functional>
 #include <initializer_list>
 #include <memory>
 #include <stdexcept>
@@ -19,7 +20,7 @@
 #include "bin/tracked_object.h"
 #include "common/detection_region.h"
 #include "common/geometry.h"
-#include "testing/child_process.h"
+#include "testing/log_capture.h"
 #include "testing/manual_clock.h"
 #include "tracking/move_judge.h"
 #include "tracking/object_status_manager.h"
@@ -259,9 +260,16 @@ PeopleVeichileSettings Parse(const std::string& text) {
   return ParsePeopleVeichileSettings(Json(text).get());
 }
 
-// What parsing the text writes to standard output.
+// The log lines that body writes.
+std::string LogOf(const std::function<void()>& body) {
+  const testing::LogCapture log;
+  body();
+  return log.Text();
+}
+
+// The log lines that parsing the text writes.
 std::string ParseLog(const std::string& text) {
-  return testing::RunInChild([&] { Parse(text); }).out;
+  return LogOf([&] { Parse(text); });
 }
 
 // The left half of the frame as region text, type 0.
@@ -313,7 +321,7 @@ TEST(PeopleVeichileSettings, BadTypeUnknownKeyAndNonObjectsAreLoggedAndGiveDefau
   EXPECT_THAT(log, HasSubstr("Invalid config key[Sensitivity]\n"));
   EXPECT_THAT(ParseLog(R"({"CrowdPeopleThreshold": 2, "DetectionRegionType": 0})"),
               Not(HasSubstr("Invalid config key")));
-  EXPECT_THAT(testing::RunInChild([] { ParsePeopleVeichileSettings(nullptr); }).out,
+  EXPECT_THAT(LogOf([] { ParsePeopleVeichileSettings(nullptr); }),
               HasSubstr("Fail to read json config\n"));
   for (const char* text : {R"("{not json")", "[1, 2]"}) {
     EXPECT_THAT(ParseLog(text), HasSubstr("Fail to read json config\n")) << text;
@@ -325,12 +333,12 @@ TEST(RuleSettings, ACoordinateThatIsNoFloatThrowsAfterALineNamingTheSetting) {
               ::testing::ThrowsMessage<std::invalid_argument>(HasSubstr("stof")));
   EXPECT_THAT([] { ParseIntrusionSettings(Json(R"({"FenceLine": "0.5,0.1,half,0.9"})").get()); },
               ::testing::ThrowsMessage<std::invalid_argument>(HasSubstr("stof")));
-  const std::string log = testing::RunInChild([] {
-                            try {
-                              ParseIntrusionSettings(Json(R"({"FenceLine": "0.5,half"})").get());
-                            } catch (const std::invalid_argument&) {
-                            }
-                          }).out;
+  const std::string log = LogOf([] {
+    try {
+      ParseIntrusionSettings(Json(R"({"FenceLine": "0.5,half"})").get());
+    } catch (const std::invalid_argument&) {
+    }
+  });
   EXPECT_THAT(log, HasSubstr("Setting [FenceLine] holds a coordinate that is no number: "
                              "\"0.5,half\"\n"));
 }
@@ -365,7 +373,7 @@ TEST(ResetObjectStatusManger, AllFourSwitchesBuildTheChainInsideOutInOrder) {
   PeopleVeichile rule(Parse(text));
   EXPECT_EQ(ChainNames(rule.object_status_manager()),
             (std::vector<std::string>{"both", "crowd", "moved vehicle", "moved people", "basic"}));
-  const std::string log = testing::RunInChild([&] { PeopleVeichile again(Parse(text)); }).out;
+  const std::string log = LogOf([&] { PeopleVeichile again(Parse(text)); });
   const size_t people = log.find("Add triggered_only_moved_people.\n");
   const size_t vehicle = log.find("Add triggered_only_moved_vehicle.\n");
   const size_t crowd = log.find("Add crowd_people_threshold.\n");
@@ -480,13 +488,12 @@ TEST(IntrusionSettings, ReadsTheFenceAndTheFilters) {
 
 TEST(IntrusionSettings, UnsupportedTypeUnknownKeyAndUnreadableValuesAreLogged) {
   EXPECT_EQ(ParseFence(R"({"FenceIntersectType": 4})").fence.intersect_type(), 0);
-  const std::string log =
-      testing::RunInChild([] {
-        for (const char* text : {R"({"FenceIntersectType": 4})", R"({"FenceColour": 1})", "7",
-                                 R"({"FenceLine": 5})"}) {
-          ParseFence(text);
-        }
-      }).out;
+  const std::string log = LogOf([] {
+    for (const char* text :
+         {R"({"FenceIntersectType": 4})", R"({"FenceColour": 1})", "7", R"({"FenceLine": 5})"}) {
+      ParseFence(text);
+    }
+  });
   EXPECT_THAT(log, HasSubstr("[Err] intrusion.cc"));
   EXPECT_THAT(log, HasSubstr("Not support fence intersect type [4]\n"));
   EXPECT_THAT(log, HasSubstr("Invalid config key[FenceColour]\n"));
@@ -517,11 +524,10 @@ TEST(RuleSettings, IntegersOutsideTheirFieldAreRejectedByNameNotCut) {
   EXPECT_EQ(fence.fence.intersect_type(), 0);
   EXPECT_EQ(fence.class_id_filter, 0xFFFFFFFFu);
 
-  const std::string log =
-      testing::RunInChild([&] {
-        Parse(region);
-        ParseFence(std::string(R"({"FenceIntersectType": )") + kTwoPow32Plus1 + "}");
-      }).out;
+  const std::string log = LogOf([&] {
+    Parse(region);
+    ParseFence(std::string(R"({"FenceIntersectType": )") + kTwoPow32Plus1 + "}");
+  });
   EXPECT_THAT(log, HasSubstr("Setting [DetectionRegionType] value 4294967297 out of range "
                              "[-2147483648, 2147483647], ignored\n"));
   EXPECT_THAT(log, HasSubstr("Setting [FenceIntersectType] value 4294967297 out of range"));

@@ -63,6 +63,7 @@ bool Contains(const std::string& text, const char* part) {
 TEST(EventCb, FailsWithoutAPeerAndAfterItClosedThenReconnects) {
   for (const int level : {0, -1}) {
     SCOPED_TRACE(level);
+    // In a child: the library writes the process's standard error under a process-wide level.
     const ChildResult result = RunInChild([level] {
       current_dbg_level = level;
       unsigned char payload[SYSAPI_EVENT_PAYLOAD_SIZE] = {0x81};
@@ -179,6 +180,7 @@ int ProcessBytes(const std::string& bytes, std::vector<std::string>* bodies) {
 }
 
 TEST(EventProcess, HandsOnlyAWholeEventBodyToTheCallbackAndTellsRegistrationAnswersApart) {
+  // In a child: the library writes the process's standard error.
   const ChildResult result = RunChecksInChild([] {
     std::vector<std::string> bodies;
     EXPECT_EQ(ProcessBytes(Header(0, '1', 5) + "hello", &bodies), -8);
@@ -244,6 +246,7 @@ TEST(WriteLog, MissingDirectoryIsReportedAndCreateLogFileMakesIt) {
   unlink(DEBUG_LOG_PATH);
   unlink(OPERATION_LOG_PATH);
   rmdir(DEBUG_LOG_DIR);
+  // In a child: the library writes the process's standard error.
   auto result = RunInChild([] { WriteLog(LOG_TYPE_DEBUG, "x.c", 1, "Fn", "System", -1, "a\n"); });
   EXPECT_NE(result.err.find("Failed to open fd. ["), std::string::npos) << result.err;
   CreateLogFile();

@@ -1,6 +1,6 @@
-// main() of the test executables that touch the daemon's fixed paths: every test binary runs in a
+// main() of the test executables that touch the daemon's fixed paths: each such binary runs in a
 // private mount namespace with a /tmp of its own, so that suites never see the machine's /tmp or
-// each other's files, and may run side by side.
+// each other's files, and may run side by side. (The other suites link testing/main.cc.)
 #include <gtest/gtest.h>
 
 #include <string>
