@@ -3,18 +3,11 @@
 #include <utility>
 
 #include "common/log.h"
+#include "common/object_class.h"
 
 namespace mirvane {
 namespace dva {
 namespace {
-
-// Class id of each class list, by index; lists beyond the table get 0.
-constexpr int32_t kClassIds[] = {1, 2, 3, 4};
-constexpr size_t kClassIdCount = sizeof(kClassIds) / sizeof(kClassIds[0]);
-
-int32_t ClassIdOf(size_t list_index) {
-  return list_index < kClassIdCount ? kClassIds[list_index] : 0;
-}
 
 void ToNormalised(TrackedObject* object, float width, float height) {
   object->xmin /= width;
@@ -62,7 +55,7 @@ TrackResult ObjDetectTracker::Update(const DetectionsPerClass& detections, int w
   for (size_t i = 0; i < trackers_.size(); ++i) {
     boxes_.clear();
     scores_.clear();
-    const int32_t class_id = ClassIdOf(i);
+    const int32_t class_id = ClassIdOfList(i);
     for (const Detection& detection : detections[i]) {
       boxes_.push_back(ToTrackerInput(detection, fwidth, fheight, class_id, timestamp));
       scores_.push_back(detection.score);

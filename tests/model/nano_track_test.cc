@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "common/object_class.h"
 #include "image_reader/stream_reader.h"
 #include "model/model_on_sim.h"
 #include "nvt/hd_module.h"
@@ -180,7 +181,7 @@ bool StandsAlone(const TruthBox& b, const std::vector<TruthBox>& frame) {
 const Detection* Closest(const DetectionsPerClass& found, const TruthBox& b) {
   const Detection* best = nullptr;
   float best_iou = 0;
-  for (const Detection& d : found[b.class_id - 1]) {
+  for (const Detection& d : found[dva::ClassIndex(b.class_id)]) {
     const float iou = Iou(InSource(d), InSource(b));
     if (iou > best_iou) best_iou = iou, best = &d;
   }
@@ -208,8 +209,7 @@ void ExpectFramesObjects(const DetectionsPerClass& found, const std::vector<Trut
   ASSERT_EQ(found.size(), 4u);
   for (const TruthBox& b : frame) {
     if (!StandsAlone(b, frame)) continue;
-    SCOPED_TRACE("object " + std::to_string(b.object_id) + " class " +
-                 std::to_string(b.class_id));
+    SCOPED_TRACE("object " + std::to_string(b.object_id) + " class " + std::to_string(b.class_id));
     const Detection* d = Closest(found, b);
     ASSERT_NE(d, nullptr);
     const PixelBox p = InSource(*d);
@@ -236,8 +236,8 @@ void ExpectFramesObjects(const DetectionsPerClass& found, const std::vector<Trut
         const float h = std::min(p.y1, t.y1) - std::max(p.y0, t.y0);
         if (w > 0 && h > 0) covered += w * h / ((p.x1 - p.x0) * (p.y1 - p.y0));
       }
-      EXPECT_GT(covered, 0.5f) << "class " << c + 1 << " at " << p.x0 << "," << p.y0 << "-"
-                               << p.x1 << "," << p.y1;
+      EXPECT_GT(covered, 0.5f) << "class " << c + 1 << " at " << p.x0 << "," << p.y0 << "-" << p.x1
+                               << "," << p.y1;
     }
   }
 }

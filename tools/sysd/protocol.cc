@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "common/object_class.h"
 #include "sysapi.h"
 
 namespace mirvane {
@@ -158,8 +159,8 @@ bool DecodeEvent(const std::vector<uint8_t>& body, Event* event, std::string* er
 }
 
 std::string ClassName(uint8_t class_code) {
-  static const char* const kNames[] = {"person", "vehicle", "other", "vehicle2"};
-  if (class_code < 4) return kNames[class_code];
+  const char* name = dva::ClassName(dva::ClassIdOfCode(class_code));
+  if (name != nullptr) return name;
   return "class" + std::to_string(class_code);
 }
 

@@ -73,7 +73,7 @@ constexpr size_t kEventRecordSize = 29;
 // event or its count is out of range; event is filled as far as it could be.
 bool DecodeEvent(const std::vector<uint8_t>& body, Event* event, std::string* error);
 
-// Names of the class codes: "person", "vehicle", "other", "vehicle2", else "class<N>".
+// dva::ClassName of the class id a class code stands for; "class<N>" for any other code.
 std::string ClassName(uint8_t class_code);
 
 }  // namespace sysd
