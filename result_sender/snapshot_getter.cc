@@ -11,6 +11,7 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "nvt/gfx_scale.h"
 #include "result_sender/snapshot_crop.h"
 
 namespace mirvane {
@@ -72,25 +73,13 @@ int32_t SnapshotGetter::GetSnapshot(VENDOR_AI_BUF frame, float xmin, float ymin,
   // 4:2:0 rectangle on the chroma grid is the scaler's business.
   const CropRect crop = SnapshotCrop(xmin, ymin, xmax, ymax, width, height);
 
-  HD_GFX_SCALE request;
-  std::memset(&request, 0, sizeof(request));
-  request.src_img.dim.w = frame.width;
-  request.src_img.dim.h = frame.height;
-  request.src_img.format = frame.fmt;
-  request.src_img.p_phy_addr[0] = frame.pa;
-  request.src_img.p_phy_addr[1] = frame.pa + frame.line_ofs * frame.height;
-  request.src_img.lineoffset[0] = frame.line_ofs;
-  request.src_img.lineoffset[1] = frame.line_ofs;
-  request.dst_img.dim.w = kSnapshotWidth;
-  request.dst_img.dim.h = kSnapshotHeight;
-  request.dst_img.format = static_cast<HD_VIDEO_PXLFMT>(kPixelFormatYuv420);
-  request.dst_img.p_phy_addr[0] = picture_.physical_address;
-  request.dst_img.p_phy_addr[1] = picture_.physical_address + kSnapshotWidth * kSnapshotHeight;
-  request.dst_img.lineoffset[0] = kSnapshotWidth;
-  request.dst_img.lineoffset[1] = kSnapshotWidth;
-  request.src_region = {crop.x, crop.y, crop.w, crop.h};
-  request.dst_region = {0, 0, static_cast<INT32>(kSnapshotWidth),
-                        static_cast<INT32>(kSnapshotHeight)};
+  // The frame's chroma plane is taken at line offset x height bytes after its luma (the
+  // network's input counts width x height instead; each keeps its own reckoning).
+  HD_GFX_SCALE request = GfxScaleRequest(
+      frame, frame.pa + frame.line_ofs * frame.height,
+      static_cast<HD_VIDEO_PXLFMT>(kPixelFormatYuv420), picture_.physical_address, kSnapshotWidth,
+      kSnapshotHeight, {crop.x, crop.y, crop.w, crop.h},
+      {0, 0, static_cast<INT32>(kSnapshotWidth), static_cast<INT32>(kSnapshotHeight)});
   const int r = hd_gfx_scale(&request);
   if (r != 0) throw std::runtime_error("hd_gfx_scale fail=" + std::to_string(r));
 
