@@ -13,13 +13,16 @@
 // 1x3x384x384, the Y, U, V planes over 255; outputs "heatmap0".."heatmap2" 1x4xGxG,
 // "regression0".."regression2" 1x32xGxG, "tracking0".."tracking2" 1x2xGxG for G 48, 24, 12), after
 // running it once to check those tensors.
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "common/file_write.h"
 #include "model_file.h"
 #include "model_settings.h"
 #include "media_module.h"
@@ -101,18 +104,9 @@ int Write(int argc, char** argv) {
     std::fprintf(stderr, "mirvane-model: refusing to write: %s\n", check.reason.c_str());
     return 1;
   }
-  const std::string temporary = output + ".tmp";
-  {
-    std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(bytes.data()),
-              static_cast<std::streamsize>(bytes.size()));
-    if (!out) {
-      std::fprintf(stderr, "mirvane-model: cannot write %s\n", temporary.c_str());
-      return 1;
-    }
-  }
-  if (std::rename(temporary.c_str(), output.c_str()) != 0) {
-    std::perror("mirvane-model: rename");
+  if (!mirvane::WriteFileAtomically(output, std::string(bytes.begin(), bytes.end()))) {
+    std::fprintf(stderr, "mirvane-model: cannot write %s: %s\n", output.c_str(),
+                 std::strerror(errno));
     return 1;
   }
   return 0;
