@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "common/log.h"
+#include "common/object_class.h"
 
 namespace mirvane {
 namespace {
@@ -49,7 +50,7 @@ void SnapshotIdCache::Remove(const std::vector<std::unordered_set<uint32_t>>& en
 }
 
 uint8_t ConvertClassId(int32_t class_id) {
-  if (class_id >= 1 && class_id <= 4) return static_cast<uint8_t>(class_id - 1);
+  if (dva::IsKnownClass(class_id)) return static_cast<uint8_t>(dva::ClassIndex(class_id));
   MIRVANE_LOG(kLogErr, "Unexpect class_id [%d]\n", class_id);
   return 0;
 }

@@ -3,18 +3,11 @@
 #include <utility>
 
 #include "common/log.h"
+#include "common/object_class.h"
 
 namespace mirvane {
 namespace dva {
 namespace {
-
-// Class id of each class list, by index; lists beyond the table get 0.
-constexpr int32_t kClassIds[] = {1, 2, 3, 4};
-constexpr size_t kClassIdCount = sizeof(kClassIds) / sizeof(kClassIds[0]);
-
-int32_t ClassIdOf(size_t list_index) {
-  return list_index < kClassIdCount ? kClassIds[list_index] : 0;
-}
 
 void ToNormalised(TrackedObject* object, float width, float height) {
   object->xmin /= width;
@@ -63,7 +56,7 @@ TrackResult ObjDetectTracker::Update(const DetectionsPerClass& detections, int w
     const std::vector<Detection>& list = detections[i];
     boxes_.resize(list.size());
     scores_.resize(list.size());
-    const int32_t class_id = ClassIdOf(i);
+    const int32_t class_id = ClassIdOfList(i);
     for (size_t d = 0; d < list.size(); ++d) {
       boxes_[d] = ToTrackerInput(list[d], fwidth, fheight, class_id, timestamp);
       scores_[d] = list[d].score;

@@ -1,4 +1,5 @@
-// Writing small state files (the daemon's in /tmp, the simulation's parameter store), where anyone may plant a link at a fixed path.
+// Writing small files whole (the daemon's state files and snapshots in /tmp, the simulation's
+// parameter store, the host model files), where anyone may plant a link at a fixed path.
 //
 // Pure functions without state: any thread may call them.
 #ifndef MIRVANE_COMMON_FILE_WRITE_H

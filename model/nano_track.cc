@@ -6,6 +6,7 @@
 #include <string>
 
 #include "common/log.h"
+#include "nvt/gfx_scale.h"
 
 namespace mirvane {
 namespace {
@@ -79,24 +80,13 @@ void NanoTrack::PrepareInput(const VENDOR_AI_BUF& source) {
   if (r != 0) throw std::runtime_error("hd_common_mem_flush_cache fail= " + std::to_string(r));
 
   const LetterboxSize fit = Letterbox(source.width, source.height, input_width_, input_height_);
-  HD_GFX_SCALE request;
-  std::memset(&request, 0, sizeof(request));
-  request.src_img.dim.w = source.width;
-  request.src_img.dim.h = source.height;
-  request.src_img.format = source.fmt;
-  request.src_img.p_phy_addr[0] = source.pa;
-  request.src_img.p_phy_addr[1] = source.pa + source.width * source.height;
-  request.src_img.lineoffset[0] = source.line_ofs;
-  request.src_img.lineoffset[1] = source.line_ofs;
-  request.dst_img.dim.w = input_width_;
-  request.dst_img.dim.h = input_height_;
-  request.dst_img.format = source.fmt;
-  request.dst_img.p_phy_addr[0] = region.physical_address;
-  request.dst_img.p_phy_addr[1] = region.physical_address + input_width_ * input_height_;
-  request.dst_img.lineoffset[0] = input_width_;
-  request.dst_img.lineoffset[1] = input_width_;
-  request.src_region = {0, 0, static_cast<INT32>(source.width), static_cast<INT32>(source.height)};
-  request.dst_region = {0, 0, static_cast<INT32>(fit.width), static_cast<INT32>(fit.height)};
+  // The frame's chroma plane is taken at width x height bytes after its luma (the snapshot
+  // getter counts line offset x height instead; each keeps its own reckoning).
+  HD_GFX_SCALE request =
+      GfxScaleRequest(source, source.pa + source.width * source.height, source.fmt,
+                      region.physical_address, input_width_, input_height_,
+                      {0, 0, static_cast<INT32>(source.width), static_cast<INT32>(source.height)},
+                      {0, 0, static_cast<INT32>(fit.width), static_cast<INT32>(fit.height)});
   r = hd_gfx_scale(&request);
   if (r != 0) throw std::runtime_error("hd_gfx_scale fail= " + std::to_string(r));
 

@@ -1,16 +1,12 @@
 #include "result_sender/snapshot_getter.h"
 
-#include <fcntl.h>
-#include <stdlib.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <stdexcept>
+#include <string>
 
+#include "common/file_write.h"
+#include "nvt/gfx_scale.h"
 #include "result_sender/snapshot_crop.h"
 
 namespace mirvane {
@@ -18,45 +14,6 @@ namespace result_sender {
 namespace {
 
 constexpr uint32_t kPixelFormatYuv420 = 0x520c0420;
-
-// Closes and, unless released, removes a temporary file.
-class TempFile {
- public:
-  explicit TempFile(std::string path_template) : path_(std::move(path_template)) {
-    fd_ = mkostemp(&path_[0], O_CLOEXEC);
-  }
-  ~TempFile() {
-    if (fd_ >= 0) close(fd_);
-    if (!kept_ && fd_ >= 0) unlink(path_.c_str());
-  }
-  TempFile(const TempFile&) = delete;
-  TempFile& operator=(const TempFile&) = delete;
-
-  bool ok() const { return fd_ >= 0; }
-  bool Write(const void* data, size_t size) {
-    const char* p = static_cast<const char*>(data);
-    while (size > 0) {
-      const ssize_t n = write(fd_, p, size);
-      if (n < 0 && errno == EINTR) continue;
-      if (n <= 0) return false;
-      p += n;
-      size -= static_cast<size_t>(n);
-    }
-    return true;
-  }
-  // Puts the file in place of target: rename replaces whatever entry is there (a planted
-  // symbolic link included) without following it.
-  bool MoveTo(const std::string& target) {
-    if (fchmod(fd_, 0644) != 0 || rename(path_.c_str(), target.c_str()) != 0) return false;
-    kept_ = true;
-    return true;
-  }
-
- private:
-  std::string path_;
-  int fd_ = -1;
-  bool kept_ = false;
-};
 
 }  // namespace
 
@@ -72,25 +29,13 @@ int32_t SnapshotGetter::GetSnapshot(VENDOR_AI_BUF frame, float xmin, float ymin,
   // 4:2:0 rectangle on the chroma grid is the scaler's business.
   const CropRect crop = SnapshotCrop(xmin, ymin, xmax, ymax, width, height);
 
-  HD_GFX_SCALE request;
-  std::memset(&request, 0, sizeof(request));
-  request.src_img.dim.w = frame.width;
-  request.src_img.dim.h = frame.height;
-  request.src_img.format = frame.fmt;
-  request.src_img.p_phy_addr[0] = frame.pa;
-  request.src_img.p_phy_addr[1] = frame.pa + frame.line_ofs * frame.height;
-  request.src_img.lineoffset[0] = frame.line_ofs;
-  request.src_img.lineoffset[1] = frame.line_ofs;
-  request.dst_img.dim.w = kSnapshotWidth;
-  request.dst_img.dim.h = kSnapshotHeight;
-  request.dst_img.format = static_cast<HD_VIDEO_PXLFMT>(kPixelFormatYuv420);
-  request.dst_img.p_phy_addr[0] = picture_.physical_address;
-  request.dst_img.p_phy_addr[1] = picture_.physical_address + kSnapshotWidth * kSnapshotHeight;
-  request.dst_img.lineoffset[0] = kSnapshotWidth;
-  request.dst_img.lineoffset[1] = kSnapshotWidth;
-  request.src_region = {crop.x, crop.y, crop.w, crop.h};
-  request.dst_region = {0, 0, static_cast<INT32>(kSnapshotWidth),
-                        static_cast<INT32>(kSnapshotHeight)};
+  // The frame's chroma plane is taken at line offset x height bytes after its luma (the
+  // network's input counts width x height instead; each keeps its own reckoning).
+  HD_GFX_SCALE request = GfxScaleRequest(
+      frame, frame.pa + frame.line_ofs * frame.height,
+      static_cast<HD_VIDEO_PXLFMT>(kPixelFormatYuv420), picture_.physical_address, kSnapshotWidth,
+      kSnapshotHeight, {crop.x, crop.y, crop.w, crop.h},
+      {0, 0, static_cast<INT32>(kSnapshotWidth), static_cast<INT32>(kSnapshotHeight)});
   const int r = hd_gfx_scale(&request);
   if (r != 0) throw std::runtime_error("hd_gfx_scale fail=" + std::to_string(r));
 
@@ -103,10 +48,6 @@ int32_t SnapshotGetter::GetSnapshot(VENDOR_AI_BUF frame, float xmin, float ymin,
 }
 
 bool SnapshotGetter::WriteFile(const HD_VIDEOENC_BS& bitstream) {
-  const std::string target = kSnapshotPathPrefix + std::to_string(next_id_);
-  TempFile file(target + ".XXXXXX");
-  if (!file.ok()) return false;
-
   HD_VIDEOENC_BUFINFO info;
   std::memset(&info, 0, sizeof(info));
   const int r = hd_videoenc_get(encoder_path_, HD_VIDEOENC_PARAM_BUFINFO, &info);
@@ -115,15 +56,16 @@ bool SnapshotGetter::WriteFile(const HD_VIDEOENC_BS& bitstream) {
                             static_cast<uint32_t>(info.buf_info.buf_size));
   const char* base = static_cast<const char*>(buffer.virtual_address());
   const uint32_t packs = std::min<uint32_t>(static_cast<uint32_t>(bitstream.pack_num), 4);
+  std::string jpeg;
   for (uint32_t i = 0; i < packs; ++i) {
     const HD_VIDEO_BS_DATA& pack = bitstream.video_pack[i];
     const uint64_t offset = static_cast<uint64_t>(pack.phy_addr) - buffer.physical_address();
     if (pack.phy_addr < buffer.physical_address() || offset + pack.size > buffer.size()) {
       throw std::runtime_error("bit-stream pack outside the encoder buffer");
     }
-    if (!file.Write(base + offset, pack.size)) return false;
+    jpeg.append(base + offset, pack.size);
   }
-  return file.MoveTo(target);
+  return WriteFileAtomically(kSnapshotPathPrefix + std::to_string(next_id_), jpeg);
 }
 
 }  // namespace result_sender

@@ -33,11 +33,11 @@ class SnapshotGetter : public ISnapshotGetter {
 
   // Returns the id of the file written, or 0 when it could not be created (the id is then kept
   // for the next call). Throws std::runtime_error when the scaler or the encoder fails.
-  int32_t GetSnapshot(VENDOR_AI_BUF frame, float xmin, float ymin, float xmax,
-                      float ymax) override;
+  int32_t GetSnapshot(VENDOR_AI_BUF frame, float xmin, float ymin, float xmax, float ymax) override;
 
  private:
-  // Writes the packs of the bit-stream to the file of next_id_; false when it cannot be created.
+  // Writes the packs of the bit-stream to the file of next_id_ (WriteFileAtomically); false when
+  // it cannot be written.
   bool WriteFile(const HD_VIDEOENC_BS& bitstream);
 
   int32_t next_id_ = 1;

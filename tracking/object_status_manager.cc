@@ -10,7 +10,8 @@ namespace dva {
 namespace object_detect_result {
 namespace {
 
-// The box test of class 2: a polygon must hold at least a tenth of a 10 x 10 sample grid.
+// The box test of vehicles of the first kind: a polygon must hold at least a tenth of a 10 x 10
+// sample grid.
 constexpr int kBoxDivisions = 10;
 constexpr float kBoxCoverRatio = 0.1f;
 
@@ -20,8 +21,8 @@ bool InRegion(const DetectionRegion& region, const TrackedObject& o) {
     return region.Admits(
         Point{o.xmin + (o.xmax - o.xmin) * 0.5f, o.ymin + (o.ymax - o.ymin) * 0.9f});
   }
-  if (o.class_id == 2) return region.AdmitsBox(BoxOf(o), kBoxDivisions, kBoxCoverRatio);
-  // Every other class, class 4 included, by the bottom centre.
+  if (o.class_id == kClassVehicle) return region.AdmitsBox(BoxOf(o), kBoxDivisions, kBoxCoverRatio);
+  // Every other class, the second vehicle kind included, by the bottom centre.
   return region.Admits(Point{(o.xmin + o.xmax) * 0.5f, o.ymax});
 }
 

@@ -123,21 +123,16 @@ std::vector<uint32_t> OnlyMovedRule::CollectRemovedIds(const TrackResult& result
   return removed;
 }
 
-namespace {
-constexpr uint32_t kPeopleMask = 1u << kClassPerson;
-constexpr uint32_t kVehicleMask = (1u << 2) | (1u << 4);
-}  // namespace
-
 OnlyMovedPeopleRule::OnlyMovedPeopleRule(std::unique_ptr<IObjectStatusManager> wrapped,
                                          std::unique_ptr<IMoveJudge> judge,
                                          int64_t moved_window_seconds, SteadyNow now)
-    : OnlyMovedRule(std::move(wrapped), std::move(judge), moved_window_seconds, kPeopleMask,
+    : OnlyMovedRule(std::move(wrapped), std::move(judge), moved_window_seconds, kPeopleClassMask,
                     std::move(now)) {}
 
 OnlyMovedVehicleRule::OnlyMovedVehicleRule(std::unique_ptr<IObjectStatusManager> wrapped,
                                            std::unique_ptr<IMoveJudge> judge,
                                            int64_t moved_window_seconds, SteadyNow now)
-    : OnlyMovedRule(std::move(wrapped), std::move(judge), moved_window_seconds, kVehicleMask,
+    : OnlyMovedRule(std::move(wrapped), std::move(judge), moved_window_seconds, kVehicleClassMask,
                     std::move(now)) {}
 
 }  // namespace rule_decorator

@@ -14,6 +14,7 @@
 #include "bin/rule/people_vehicle.h"
 #include "common/detection_region.h"
 #include "common/fence.h"
+#include "common/object_class.h"
 #include "debugLog.h"
 #include "private_namespace.h"
 
@@ -25,9 +26,9 @@ constexpr int kFrames = 120;
 constexpr double kPi = 3.14159265358979323846;
 
 int32_t ClassOf(int i) {
-  if (i < 30) return 1;
-  if (i < 40) return 2;
-  return i < 45 ? 3 : 4;
+  if (i < 30) return dva::kClassPerson;
+  if (i < 40) return dva::kClassVehicle;
+  return i < 45 ? dva::kClassOther : dva::kClassVehicle2;
 }
 
 // Frames of the scene: every object walks its own ellipse around the frame's centre, a little
@@ -43,8 +44,8 @@ std::vector<TrackResult> Scene() {
       const double angle = 2 * kPi * (i / double(kObjects) + f / double(kFrames));
       const float cx = static_cast<float>(0.5 + (0.2 + 0.005 * (i % 30)) * std::cos(angle));
       const float cy = static_cast<float>(0.5 + (0.15 + 0.005 * (i % 40)) * std::sin(angle));
-      const float w = class_id == 1 ? 0.05f : 0.12f;
-      const float h = class_id == 1 ? 0.15f : 0.08f;
+      const float w = dva::IsPerson(class_id) ? 0.05f : 0.12f;
+      const float h = dva::IsPerson(class_id) ? 0.15f : 0.08f;
       TrackedObject o;
       o.score = 0.8f;
       o.xmin = cx - w / 2;
@@ -53,7 +54,7 @@ std::vector<TrackResult> Scene() {
       o.ymax = cy + h / 2;
       o.class_id = class_id;
       o.tracking_id = static_cast<uint32_t>(i);
-      frame.objects[class_id - 1].push_back(o);
+      frame.objects[dva::ClassIndex(class_id)].push_back(o);
     }
   }
   return frames;

@@ -26,7 +26,7 @@ struct Nv12Image {
 // One drawn object in pixels of the picture: [x0, x1) x [y0, y1), clipped to the picture.
 struct GroundTruthBox {
   int object_id = 0;
-  int class_id = 0;  // the daemon's class ids: 1 person, 2 vehicle, 3 other, 4 second vehicle kind
+  int class_id = 0;  // one of the daemon's class ids (dva::kClassIds of common/object_class.h)
   int x0 = 0;
   int y0 = 0;
   int x1 = 0;

@@ -8,12 +8,12 @@
 #include <cstring>
 #include <utility>
 
+#include "common/object_class.h"
+
 namespace mirvane {
 namespace sim {
 
 namespace {
-
-const char* const kClassNames[] = {"person", "vehicle", "other", "vehicle2"};
 
 // A small integer hash (the same on every platform) for the background's texture.
 uint32_t Hash(uint32_t x, uint32_t y, uint32_t seed) {
@@ -88,7 +88,7 @@ bool ParseObject(json_t* item, SceneObject* object, std::string* error) {
     return false;
   };
   if (!json_is_integer(json_object_get(item, "id"))) return fail("no id");
-  if (object->class_id == 0) return fail("unknown class");
+  if (object->class_id == dva::kClassNone) return fail("unknown class");
   if (!json_is_array(keys) || json_array_size(keys) == 0) return fail("no keys");
   size_t i;
   json_t* key;
@@ -117,7 +117,7 @@ bool Generate(json_t* spec, int default_first_id, std::vector<SceneObject>* obje
   double h_lo = 0.1, h_hi = 0.2, s_lo = 0.05, s_hi = 0.12;
   const double from = NumberOr(spec, "from", 0.0);
   const double to = NumberOr(spec, "to", from);
-  const double aspect = NumberOr(spec, "aspect", class_id == 1 ? 0.45 : 2.0);
+  const double aspect = NumberOr(spec, "aspect", dva::IsPerson(class_id) ? 0.45 : 2.0);
   const double stop_chance = NumberOr(spec, "stop", 0.0);
   const json_int_t first_id = json_is_integer(json_object_get(spec, "first_id"))
                                   ? json_integer_value(json_object_get(spec, "first_id"))
@@ -126,7 +126,7 @@ bool Generate(json_t* spec, int default_first_id, std::vector<SceneObject>* obje
     *error = std::string("generate: ") + why;
     return false;
   };
-  if (class_id == 0) return fail("unknown class");
+  if (class_id == dva::kClassNone) return fail("unknown class");
   if (count < 0 || count > 1000) return fail("count must be from 0 to 1000");
   if (!ReadRange(spec, "height", &h_lo, &h_hi) || !ReadRange(spec, "speed", &s_lo, &s_hi) ||
       h_lo <= 0 || h_hi >= 0.6 || s_lo <= 0) {
@@ -171,13 +171,13 @@ bool Generate(json_t* spec, int default_first_id, std::vector<SceneObject>* obje
 
 Yuv ClassColour(int class_id) {
   switch (class_id) {
-    case 1:
+    case dva::kClassPerson:
       return Yuv{82, 90, 240};  // person: red
-    case 2:
+    case dva::kClassVehicle:
       return Yuv{41, 240, 110};  // vehicle: blue
-    case 3:
+    case dva::kClassOther:
       return Yuv{145, 54, 34};  // other: green
-    case 4:
+    case dva::kClassVehicle2:
       return Yuv{210, 16, 146};  // second vehicle kind: yellow
     default:
       return Yuv{128, 128, 128};
@@ -185,10 +185,7 @@ Yuv ClassColour(int class_id) {
 }
 
 int ClassIdFromName(const std::string& name) {
-  for (int i = 0; i < 4; ++i) {
-    if (name == kClassNames[i]) return i + 1;
-  }
-  return 0;
+  return dva::ClassIdOfName(name.c_str());
 }
 
 bool ParseScene(const std::string& text, Scene* scene, std::string* error) {

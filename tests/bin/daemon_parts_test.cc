@@ -11,6 +11,7 @@
 
 #include "bin/event_converter.h"
 #include "bin/obj_detect_tracker.h"
+#include "common/object_class.h"
 #include "testing/log_capture.h"
 #include "testing/manual_clock.h"
 
@@ -89,7 +90,9 @@ TEST(ObjDetectTracker, ListsBeyondTheFourthGetClassIdZero) {
     ASSERT_EQ(list.size(), 1u);
     class_ids.push_back(list[0].class_id);
   }
-  EXPECT_EQ(class_ids, (std::vector<int32_t>{1, 2, 3, 4, 0, 0}));
+  using namespace dva;  // NOLINT: the class ids
+  EXPECT_EQ(class_ids, (std::vector<int32_t>{kClassPerson, kClassVehicle, kClassOther,
+                                             kClassVehicle2, kClassNone, kClassNone}));
 }
 
 TEST(ObjDetectTracker, EmptyFramesStillAgeAndDropTracks) {

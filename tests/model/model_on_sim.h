@@ -36,7 +36,7 @@ inline void UseModelFile(const std::string& model_path) {
 // One object of one delivered frame: pixel box, right and bottom edges exclusive.
 struct TruthBox {
   int object_id = 0;
-  int class_id = 0;  // 1..4
+  int class_id = 0;  // one of dva::kClassIds
   int x0 = 0, y0 = 0, x1 = 0, y1 = 0;
 };
 

@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "common/object_class.h"
 #include "image_reader/stream_reader.h"
 #include "model/model_on_sim.h"
 #include "nvt/hd_module.h"
@@ -183,7 +184,7 @@ bool StandsAlone(const TruthBox& b, const std::vector<TruthBox>& frame) {
 const Detection* Closest(const DetectionsPerClass& found, const TruthBox& b) {
   const Detection* best = nullptr;
   float best_iou = 0;
-  for (const Detection& d : found[b.class_id - 1]) {
+  for (const Detection& d : found[dva::ClassIndex(b.class_id)]) {
     const float iou = Iou(InSource(d), InSource(b));
     if (iou > best_iou) best_iou = iou, best = &d;
   }

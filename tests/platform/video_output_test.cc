@@ -14,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+#include "common/object_class.h"
 #include "hdal.h"
 #include "scene.h"
 #include "sim_clock.h"
@@ -129,7 +130,7 @@ TEST(Scene, TheShippedScenesLoadWithEveryClassInTheDefaultOne) {
             (std::vector<std::string>{"crowd", "default", "edges", "empty_street"}));
   for (const std::string& name : ShippedSceneNames()) EXPECT_GT(Load(name).duration, 0.0) << name;
   const Scene demo = Load("default");
-  for (int class_id = 1; class_id <= 4; ++class_id) {
+  for (const int class_id : dva::kClassIds) {
     EXPECT_TRUE(std::any_of(demo.objects.begin(), demo.objects.end(),
                             [&](const SceneObject& o) { return o.class_id == class_id; }))
         << "class " << class_id;

@@ -20,6 +20,7 @@
 #include "bin/tracked_object.h"
 #include "common/detection_region.h"
 #include "common/geometry.h"
+#include "common/object_class.h"
 #include "testing/log_capture.h"
 #include "testing/manual_clock.h"
 #include "tracking/move_judge.h"
@@ -59,7 +60,8 @@ TrackResult Frame(std::initializer_list<TrackedObject> objects,
   TrackResult result;
   result.objects.resize(4);
   result.removed_ids.resize(4);
-  for (const TrackedObject& object : objects) result.objects[object.class_id - 1].push_back(object);
+  for (const TrackedObject& object : objects)
+    result.objects[ClassIndex(object.class_id)].push_back(object);
   result.removed_ids[0] = std::unordered_set<uint32_t>(removed);
   return result;
 }
@@ -101,7 +103,10 @@ TEST(BasicObjectStatusManager, EachClassIsTriggeredOnlyStrictlyAfterItsTime) {
   const struct {
     int32_t class_id;
     int64_t seconds;
-  } cases[] = {{1, kPeopleSeconds}, {2, kVehicleSeconds}, {3, 0}, {4, kVehicleSeconds}};
+  } cases[] = {{kClassPerson, kPeopleSeconds},
+               {kClassVehicle, kVehicleSeconds},
+               {kClassOther, 0},
+               {kClassVehicle2, kVehicleSeconds}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.class_id);
     ManualClock clock;
@@ -471,7 +476,8 @@ std::vector<int> Walk(Intrusion& rule, const std::vector<dva::Point>& points,
                       int32_t class_id = 1) {
   std::vector<int> answers;
   for (const dva::Point& p : points) {
-    answers.push_back(rule.Apply(Frame({Object(class_id, class_id, BoxAt(p))}))[class_id - 1][0]);
+    answers.push_back(
+        rule.Apply(Frame({Object(class_id, class_id, BoxAt(p))}))[ClassIndex(class_id)][0]);
   }
   return answers;
 }

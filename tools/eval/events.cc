@@ -20,9 +20,8 @@ bool ReadObject(const json_t* item, ReportedObject* object, std::string* error) 
   } else {  // the decoded form only
     int64_t fence = 0;
     IntegerField(item, "fence", &fence);
-    object->flags = (json_is_true(json_object_get(item, "region")) ? kRegionFlag : 0) |
-                    ((fence & 1) ? kFenceDirection1Flag : 0) |
-                    ((fence & 2) ? kFenceDirection2Flag : 0);
+    object->flags =
+        event_wire::FlagsOf(json_is_true(json_object_get(item, "region")), static_cast<int>(fence));
   }
   if (IntegerField(item, "snapshot_id", &number)) object->snapshot_id = static_cast<int>(number);
   NumberField(item, "confidence", &object->confidence);

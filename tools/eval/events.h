@@ -11,15 +11,16 @@
 #include <string>
 #include <vector>
 
+#include "event_wire.h"
 #include "sequence.h"
 
 namespace mirvane {
 namespace eval {
 
-// Trigger flag bits of a reported object.
-constexpr int kRegionFlag = 1;
-constexpr int kFenceDirection2Flag = 2;
-constexpr int kFenceDirection1Flag = 4;
+// Trigger flag bits of a reported object, as the event carries them.
+using event_wire::kFenceDirection1Flag;
+using event_wire::kFenceDirection2Flag;
+using event_wire::kRegionFlag;
 
 struct ReportedObject {
   int64_t tracking_id = 0;

@@ -1,6 +1,9 @@
 // mirvane-eval: scores one run of the daemon against its scene's ground truth.
 //   mirvane-eval --truth FILE --events FILE [--expect FILE] [--class NAME] [--iou X] [--json]
+//   mirvane-eval --help
 // Exit status: 0 done, 1 an input could not be read, 2 bad command line.
+#include <getopt.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -20,7 +23,8 @@ constexpr const char* kUsage =
     "  --expect  the expected rule triggers (JSON); adds rule accuracy\n"
     "  --class   score only objects of this class (person, vehicle, other, vehicle2)\n"
     "  --iou     matching threshold of CLEAR MOT and identity metrics (default 0.5)\n"
-    "  --json    print JSON instead of the table\n";
+    "  --json    print JSON instead of the table\n"
+    "  --help    print this text\n";
 
 struct Arguments {
   std::string truth;
@@ -30,35 +34,53 @@ struct Arguments {
   mirvane::eval::EvaluationOptions options;
 };
 
-bool ParseArguments(int argc, char** argv, Arguments* args) {
-  for (int i = 1; i < argc; ++i) {
-    const std::string flag = argv[i];
-    if (flag == "--json") {
-      args->json = true;
-      continue;
-    }
-    if (i + 1 >= argc) return false;
-    const std::string value = argv[++i];
-    if (flag == "--truth") {
-      args->truth = value;
-    } else if (flag == "--events") {
-      args->events = value;
-    } else if (flag == "--expect") {
-      args->expect = value;
-    } else if (flag == "--class") {
-      args->options.class_name = value;
-    } else if (flag == "--iou") {
-      char* end = nullptr;
-      args->options.iou_threshold = std::strtod(value.c_str(), &end);
-      if (*end != '\0' || !(args->options.iou_threshold > 0.0) ||
-          args->options.iou_threshold > 1.0) {
-        return false;
+// False on a bad command line (the usage then says what is wrong).
+bool ParseArguments(int argc, char** argv, Arguments* args, bool* help) {
+  enum { kTruth = 1, kEvents, kExpect, kClass, kIou, kJson, kHelp };
+  static const option kOptions[] = {{"truth", required_argument, nullptr, kTruth},
+                                    {"events", required_argument, nullptr, kEvents},
+                                    {"expect", required_argument, nullptr, kExpect},
+                                    {"class", required_argument, nullptr, kClass},
+                                    {"iou", required_argument, nullptr, kIou},
+                                    {"json", no_argument, nullptr, kJson},
+                                    {"help", no_argument, nullptr, kHelp},
+                                    {nullptr, 0, nullptr, 0}};
+  opterr = 0;  // the usage alone answers a bad option
+  int opt;
+  while ((opt = getopt_long(argc, argv, "", kOptions, nullptr)) != -1) {
+    switch (opt) {
+      case kTruth:
+        args->truth = optarg;
+        break;
+      case kEvents:
+        args->events = optarg;
+        break;
+      case kExpect:
+        args->expect = optarg;
+        break;
+      case kClass:
+        args->options.class_name = optarg;
+        break;
+      case kIou: {
+        char* end = nullptr;
+        args->options.iou_threshold = std::strtod(optarg, &end);
+        if (end == optarg || *end != '\0' || !(args->options.iou_threshold > 0.0) ||
+            args->options.iou_threshold > 1.0) {
+          return false;
+        }
+        break;
       }
-    } else {
-      return false;
+      case kJson:
+        args->json = true;
+        break;
+      case kHelp:
+        *help = true;
+        return true;
+      default:
+        return false;
     }
   }
-  return !args->truth.empty() && !args->events.empty();
+  return optind == argc && !args->truth.empty() && !args->events.empty();
 }
 
 int Fail(const std::string& what, const std::string& error) {
@@ -71,9 +93,14 @@ int Fail(const std::string& what, const std::string& error) {
 int main(int argc, char** argv) {
   using namespace mirvane::eval;
   Arguments args;
-  if (!ParseArguments(argc, argv, &args)) {
+  bool help = false;
+  if (!ParseArguments(argc, argv, &args, &help)) {
     std::fputs(kUsage, stderr);
     return 2;
+  }
+  if (help) {
+    std::fputs(kUsage, stdout);
+    return 0;
   }
   std::string text;
   std::string error;

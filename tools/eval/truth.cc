@@ -6,6 +6,7 @@
 #include <map>
 #include <sstream>
 
+#include "common/object_class.h"
 #include "json_input.h"
 
 namespace mirvane {
@@ -140,8 +141,10 @@ void ReadCsvHeader(const std::string& line, std::map<std::string, double>* value
 }  // namespace
 
 std::string ClassNameOfId(int64_t class_id) {
-  static const char* const kNames[] = {"person", "vehicle", "other", "vehicle2"};
-  if (class_id >= 1 && class_id <= 4) return kNames[class_id - 1];
+  const char* name = class_id == static_cast<int32_t>(class_id)
+                         ? dva::ClassName(static_cast<int32_t>(class_id))
+                         : nullptr;
+  if (name != nullptr) return name;
   return "class" + std::to_string(class_id);
 }
 

@@ -52,7 +52,7 @@ struct GroundTruth {
   bool lists_empty_frames = false;
 };
 
-// "person", "vehicle", "other", "vehicle2" for the daemon's class ids 1..4; "class<N>" else.
+// dva::ClassName of a class id of the daemon; "class<N>" for any other id.
 std::string ClassNameOfId(int64_t class_id);
 
 class ITruthReader {

@@ -4,6 +4,8 @@
 //
 //   mirvane-ns [--keep PATH]... [--etc NAME=DIR]... [--overlay DIR=TREE]... [--empty DIR]...
 //              -- COMMAND [ARG]...
+//   mirvane-ns --help
+#include <getopt.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -14,49 +16,66 @@
 
 namespace {
 
-int Usage(const char* self) {
-  std::fprintf(stderr,
+int Usage(FILE* out, const char* self) {
+  std::fprintf(out,
                "usage: %s [--keep PATH]... [--etc NAME=DIR]... [--overlay DIR=TREE]...\n"
                "          [--empty DIR]... -- COMMAND [ARG]...\n"
                "  --keep PATH         keep PATH of the real /tmp visible at the same path\n"
                "  --etc NAME=DIR      show host directory DIR as /etc/NAME\n"
                "  --overlay DIR=TREE  show the files of host directory TREE over DIR\n"
                "                      (e.g. /usr/local=stage/usr/local, /etc=stage/etc)\n"
-               "  --empty DIR         give DIR a fresh empty tmpfs (e.g. /var/run)\n",
+               "  --empty DIR         give DIR a fresh empty tmpfs (e.g. /var/run)\n"
+               "  --help              print this text\n",
                self);
-  return 2;
+  return out == stdout ? 0 : 2;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   mirvane::hostns::NamespaceOptions options;
-  int i = 1;
-  for (; i < argc; ++i) {
-    const std::string arg = argv[i];
-    if (arg == "--") {
-      ++i;
-      break;
-    }
-    if (arg == "--keep" && i + 1 < argc) {
-      options.keep_paths.push_back(argv[++i]);
-    } else if (arg == "--etc" && i + 1 < argc) {
-      const std::string value = argv[++i];
-      const size_t eq = value.find('=');
-      if (eq == std::string::npos || eq == 0 || value.find('/') < eq) return Usage(argv[0]);
-      options.etc_binds.emplace_back(value.substr(0, eq), value.substr(eq + 1));
-    } else if (arg == "--overlay" && i + 1 < argc) {
-      const std::string value = argv[++i];
-      const size_t eq = value.find('=');
-      if (eq == std::string::npos || value[0] != '/') return Usage(argv[0]);
-      options.overlays.emplace_back(value.substr(0, eq), value.substr(eq + 1));
-    } else if (arg == "--empty" && i + 1 < argc && argv[i + 1][0] == '/') {
-      options.empty_dirs.push_back(argv[++i]);
-    } else {
-      return Usage(argv[0]);
+  enum { kKeep = 1, kEtc, kOverlay, kEmpty, kHelp };
+  static const option kOptions[] = {{"keep", required_argument, nullptr, kKeep},
+                                    {"etc", required_argument, nullptr, kEtc},
+                                    {"overlay", required_argument, nullptr, kOverlay},
+                                    {"empty", required_argument, nullptr, kEmpty},
+                                    {"help", no_argument, nullptr, kHelp},
+                                    {nullptr, 0, nullptr, 0}};
+  opterr = 0;  // the usage alone answers a bad option
+  int opt;
+  // "+": the options end at the first word that is not one; the command's own are left alone.
+  while ((opt = getopt_long(argc, argv, "+", kOptions, nullptr)) != -1) {
+    const std::string value = optarg != nullptr ? optarg : "";
+    const size_t eq = value.find('=');
+    switch (opt) {
+      case kKeep:
+        options.keep_paths.push_back(value);
+        break;
+      case kEtc:
+        if (eq == std::string::npos || eq == 0 || value.find('/') < eq) {
+          return Usage(stderr, argv[0]);
+        }
+        options.etc_binds.emplace_back(value.substr(0, eq), value.substr(eq + 1));
+        break;
+      case kOverlay:
+        if (eq == std::string::npos || value[0] != '/') return Usage(stderr, argv[0]);
+        options.overlays.emplace_back(value.substr(0, eq), value.substr(eq + 1));
+        break;
+      case kEmpty:
+        if (value[0] != '/') return Usage(stderr, argv[0]);
+        options.empty_dirs.push_back(value);
+        break;
+      case kHelp:
+        return Usage(stdout, argv[0]);
+      default:
+        return Usage(stderr, argv[0]);
     }
   }
-  if (i >= argc) return Usage(argv[0]);
+  // The command must follow "--".
+  if (optind >= argc || optind < 2 || std::strcmp(argv[optind - 1], "--") != 0) {
+    return Usage(stderr, argv[0]);
+  }
+  const int i = optind;
   // The working directory and the command itself stay visible.
   char cwd[4096];
   if (getcwd(cwd, sizeof(cwd)) != nullptr) options.keep_paths.push_back(cwd);

@@ -1,6 +1,7 @@
 // mirvane-param: the parameter store from the command line, as a user changes the daemon's
 // settings on a PC. Follows the simulation's settings file (MIRVANE_SIM_SETTINGS) to find the
 // store; run it in the daemon's namespace (mirvane-ns) to reach the daemon's store.
+#include <getopt.h>
 #include <jansson.h>
 
 #include <cstdio>
@@ -16,16 +17,17 @@ constexpr int kUsage = 2;
 constexpr int kAbsent = 1;
 constexpr int kStoreError = 3;
 
-int Usage() {
-  std::fprintf(stderr,
+int Usage(FILE* out) {
+  std::fprintf(out,
                "usage: mirvane-param get [KEY]        print the value (JSON) under KEY, or all\n"
                "       mirvane-param set KEY VALUE    VALUE is JSON, or else taken as text\n"
                "       mirvane-param delete KEY\n"
                "       mirvane-param load FILE        set each member of a JSON object (- for "
                "standard input)\n"
+               "       mirvane-param --help\n"
                "Keys are dotted: Custom.Dva.Threshold.Detection. Store: %s\n",
                mirvane_param_store_path());
-  return kUsage;
+  return out == stdout ? 0 : kUsage;
 }
 
 int Report(int result, const char* key) {
@@ -82,11 +84,19 @@ int Load(const char* path) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 2) return Usage();
-  const std::string command = argv[1];
-  if (command == "get" && argc <= 3) return Get(argc == 3 ? argv[2] : "");
-  if (command == "set" && argc == 4) return Set(argv[2], argv[3]);
-  if (command == "delete" && argc == 3) return Report(mirvane_param_delete(argv[2]), argv[2]);
-  if (command == "load" && argc == 3) return Load(argv[2]);
-  return Usage();
+  static const option kOptions[] = {{"help", no_argument, nullptr, 'h'}, {nullptr, 0, nullptr, 0}};
+  opterr = 0;  // the usage alone answers a bad option
+  // "+": options only before the command; what follows it (a value such as -5) is the command's.
+  const int opt = getopt_long(argc, argv, "+", kOptions, nullptr);
+  if (opt == 'h') return Usage(stdout);
+  if (opt != -1) return Usage(stderr);
+  const int words = argc - optind;  // the command and its arguments
+  char** word = argv + optind;
+  if (words < 1) return Usage(stderr);
+  const std::string command = word[0];
+  if (command == "get" && words <= 2) return Get(words == 2 ? word[1] : "");
+  if (command == "set" && words == 3) return Set(word[1], word[2]);
+  if (command == "delete" && words == 2) return Report(mirvane_param_delete(word[1]), word[1]);
+  if (command == "load" && words == 2) return Load(word[1]);
+  return Usage(stderr);
 }

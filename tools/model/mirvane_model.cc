@@ -4,6 +4,7 @@
 //                       [--NAME VALUE]... OUTPUT
 //   mirvane-model print FILE
 //   mirvane-model check FILE
+//   mirvane-model --help
 //
 // write starts from the default model (the daemon's default path ids and the reference network's
 // default imperfections), or with --ideal from none at all, then applies a JSON settings file and
@@ -13,13 +14,18 @@
 // 1x3x384x384, the Y, U, V planes over 255; outputs "heatmap0".."heatmap2" 1x4xGxG,
 // "regression0".."regression2" 1x32xGxG, "tracking0".."tracking2" 1x2xGxG for G 48, 24, 12), after
 // running it once to check those tensors.
+#include <getopt.h>
+
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "common/file_write.h"
 #include "model_file.h"
 #include "model_settings.h"
 #include "media_module.h"
@@ -29,15 +35,16 @@ namespace {
 using mirvane::sim::ai::ModelCheck;
 using mirvane::sim::ai::ModelDescription;
 
-int Usage() {
-  std::fprintf(stderr,
+int Usage(FILE* out) {
+  std::fprintf(out,
                "usage: mirvane-model write [--ideal] [--network NAME | --onnx FILE.onnx] "
                "[--settings FILE.json] [--NAME VALUE]... OUTPUT\n"
                "       mirvane-model print FILE\n"
                "       mirvane-model check FILE\n"
+               "       mirvane-model --help\n"
                "settings: seed, score, score-jitter, miss-rate, false-rate, box-jitter, delay-ms\n"
                "networks: nanotrack-reference (default), motion-mog2\n");
-  return 2;
+  return out == stdout ? 0 : 2;
 }
 
 bool ReadFile(const std::string& path, std::vector<uint8_t>* bytes) {
@@ -47,53 +54,76 @@ bool ReadFile(const std::string& path, std::vector<uint8_t>* bytes) {
   return !in.bad();
 }
 
+// The write command: argv[2] onwards.
 int Write(int argc, char** argv) {
   ModelDescription model = mirvane::sim::ai::DefaultModel();
   std::string output, error;
-  for (int i = 0; i < argc; ++i) {
-    const std::string arg = argv[i];
-    if (arg == "--ideal") {
-      model.settings = mirvane::sim::ai::IdealSettings();
-    } else if (arg == "--network" && i + 1 < argc) {
-      model.name = argv[++i];
-    } else if (arg == "--onnx" && i + 1 < argc) {
-      if (!ReadFile(argv[++i], &model.onnx) || model.onnx.empty()) {
-        std::fprintf(stderr, "mirvane-model: cannot read %s\n", argv[i]);
-        return 1;
+  enum { kIdeal = 1, kNetwork, kOnnx, kSettings, kFirstSetting };
+  std::vector<option> options = {{"ideal", no_argument, nullptr, kIdeal},
+                                 {"network", required_argument, nullptr, kNetwork},
+                                 {"onnx", required_argument, nullptr, kOnnx},
+                                 {"settings", required_argument, nullptr, kSettings}};
+  const std::vector<std::string> settings = mirvane::model_tool::SettingOptionNames();
+  for (size_t i = 0; i < settings.size(); ++i) {
+    options.push_back(
+        {settings[i].c_str(), required_argument, nullptr, kFirstSetting + static_cast<int>(i)});
+  }
+  options.push_back({nullptr, 0, nullptr, 0});
+  opterr = 0;  // unknown options are told below
+  optind = 2;
+  int opt;
+  while ((opt = getopt_long(argc, argv, "", options.data(), nullptr)) != -1) {
+    switch (opt) {
+      case kIdeal:
+        model.settings = mirvane::sim::ai::IdealSettings();
+        break;
+      case kNetwork:
+        model.name = optarg;
+        break;
+      case kOnnx: {
+        if (!ReadFile(optarg, &model.onnx) || model.onnx.empty()) {
+          std::fprintf(stderr, "mirvane-model: cannot read %s\n", optarg);
+          return 1;
+        }
+        model.name = mirvane::sim::ai::kOnnxNetworkName;
+        using Check = bool (*)(const std::vector<uint8_t>*, std::string*);
+        auto check = reinterpret_cast<Check>(
+            mirvane::sim::MediaFunction("mirvane_media_check_onnx", &error));
+        if (check == nullptr) {
+          std::fprintf(stderr, "mirvane-model: %s is wrapped unchecked: %s\n", optarg,
+                       error.c_str());
+        } else if (!check(&model.onnx, &error)) {
+          std::fprintf(stderr, "mirvane-model: %s: %s\n", optarg, error.c_str());
+          return 1;
+        }
+        break;
       }
-      model.name = mirvane::sim::ai::kOnnxNetworkName;
-      using Check = bool (*)(const std::vector<uint8_t>*, std::string*);
-      auto check =
-          reinterpret_cast<Check>(mirvane::sim::MediaFunction("mirvane_media_check_onnx", &error));
-      if (check == nullptr) {
-        std::fprintf(stderr, "mirvane-model: %s is wrapped unchecked: %s\n", argv[i],
-                     error.c_str());
-      } else if (!check(&model.onnx, &error)) {
-        std::fprintf(stderr, "mirvane-model: %s: %s\n", argv[i], error.c_str());
-        return 1;
+      case kSettings: {
+        std::ifstream in(optarg);
+        std::stringstream text;
+        text << in.rdbuf();
+        if (!in || !mirvane::model_tool::ApplySettingsJson(text.str(), &model.settings, &error)) {
+          std::fprintf(stderr, "mirvane-model: %s: %s\n", optarg,
+                       in ? error.c_str() : "cannot read");
+          return 1;
+        }
+        break;
       }
-    } else if (arg == "--settings" && i + 1 < argc) {
-      std::ifstream in(argv[++i]);
-      std::stringstream text;
-      text << in.rdbuf();
-      if (!in || !mirvane::model_tool::ApplySettingsJson(text.str(), &model.settings, &error)) {
-        std::fprintf(stderr, "mirvane-model: %s: %s\n", argv[i],
-                     in ? error.c_str() : "cannot read");
-        return 1;
-      }
-    } else if (arg.rfind("--", 0) == 0 && i + 1 < argc) {
-      if (!mirvane::model_tool::ApplySettingOption(arg.substr(2), argv[++i], &model.settings,
-                                                   &error)) {
-        std::fprintf(stderr, "mirvane-model: %s\n", error.c_str());
-        return Usage();
-      }
-    } else if (output.empty() && arg.rfind("--", 0) != 0) {
-      output = arg;
-    } else {
-      return Usage();
+      case '?':
+        if (optopt == 0) {  // a long option getopt does not know
+          std::fprintf(stderr, "mirvane-model: unknown option %s\n", argv[optind - 1]);
+        }
+        return Usage(stderr);
+      default:
+        if (!mirvane::model_tool::ApplySettingOption(settings[opt - kFirstSetting], optarg,
+                                                     &model.settings, &error)) {
+          std::fprintf(stderr, "mirvane-model: %s\n", error.c_str());
+          return Usage(stderr);
+        }
     }
   }
-  if (output.empty()) return Usage();
+  if (optind + 1 == argc) output = argv[optind];
+  if (output.empty()) return Usage(stderr);
   const std::vector<uint8_t> bytes = mirvane::sim::ai::SerializeModel(model);
   ModelDescription check_model;
   const ModelCheck check = mirvane::sim::ai::ParseModel(bytes.data(), bytes.size(), &check_model);
@@ -101,18 +131,9 @@ int Write(int argc, char** argv) {
     std::fprintf(stderr, "mirvane-model: refusing to write: %s\n", check.reason.c_str());
     return 1;
   }
-  const std::string temporary = output + ".tmp";
-  {
-    std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(bytes.data()),
-              static_cast<std::streamsize>(bytes.size()));
-    if (!out) {
-      std::fprintf(stderr, "mirvane-model: cannot write %s\n", temporary.c_str());
-      return 1;
-    }
-  }
-  if (std::rename(temporary.c_str(), output.c_str()) != 0) {
-    std::perror("mirvane-model: rename");
+  if (!mirvane::WriteFileAtomically(output, std::string(bytes.begin(), bytes.end()))) {
+    std::fprintf(stderr, "mirvane-model: cannot write %s: %s\n", output.c_str(),
+                 std::strerror(errno));
     return 1;
   }
   return 0;
@@ -142,10 +163,11 @@ int Read(const char* path, bool print) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 2) return Usage();
+  if (argc < 2) return Usage(stderr);
   const std::string command = argv[1];
-  if (command == "write") return Write(argc - 2, argv + 2);
+  if (command == "--help" && argc == 2) return Usage(stdout);
+  if (command == "write") return Write(argc, argv);
   if (command == "print" && argc == 3) return Read(argv[2], true);
   if (command == "check" && argc == 3) return Read(argv[2], false);
-  return Usage();
+  return Usage(stderr);
 }

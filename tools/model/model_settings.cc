@@ -23,17 +23,25 @@ const Field kFields[] = {
     {"seed", Type::kInteger,
      [](sim::ai::NetworkSettings* s, double, unsigned long long v) { s->seed = v; }},
     {"score", Type::kNumber,
-     [](sim::ai::NetworkSettings* s, double v, unsigned long long) { s->score = static_cast<float>(v); }},
+     [](sim::ai::NetworkSettings* s, double v, unsigned long long) {
+       s->score = static_cast<float>(v);
+     }},
     {"score_jitter", Type::kNumber,
      [](sim::ai::NetworkSettings* s, double v, unsigned long long) {
        s->score_jitter = static_cast<float>(v);
      }},
     {"miss_rate", Type::kNumber,
-     [](sim::ai::NetworkSettings* s, double v, unsigned long long) { s->miss_rate = static_cast<float>(v); }},
+     [](sim::ai::NetworkSettings* s, double v, unsigned long long) {
+       s->miss_rate = static_cast<float>(v);
+     }},
     {"false_rate", Type::kNumber,
-     [](sim::ai::NetworkSettings* s, double v, unsigned long long) { s->false_rate = static_cast<float>(v); }},
+     [](sim::ai::NetworkSettings* s, double v, unsigned long long) {
+       s->false_rate = static_cast<float>(v);
+     }},
     {"box_jitter", Type::kNumber,
-     [](sim::ai::NetworkSettings* s, double v, unsigned long long) { s->box_jitter = static_cast<float>(v); }},
+     [](sim::ai::NetworkSettings* s, double v, unsigned long long) {
+       s->box_jitter = static_cast<float>(v);
+     }},
     {"delay_ms", Type::kInteger,
      [](sim::ai::NetworkSettings* s, double, unsigned long long v) {
        s->delay_ms = static_cast<uint32_t>(v);
@@ -88,6 +96,16 @@ bool ApplySettingsJson(const std::string& text, sim::ai::NetworkSettings* settin
     }
   }
   return true;
+}
+
+std::vector<std::string> SettingOptionNames() {
+  std::vector<std::string> names;
+  for (const Field& f : kFields) {
+    std::string name = f.name;
+    for (char& c : name) c = c == '_' ? '-' : c;
+    names.push_back(name);
+  }
+  return names;
 }
 
 bool ApplySettingOption(const std::string& name, const std::string& value,

@@ -4,6 +4,7 @@
 #define MIRVANE_TOOLS_MODEL_MODEL_SETTINGS_H
 
 #include <string>
+#include <vector>
 
 #include "model_file.h"
 
@@ -15,6 +16,9 @@ namespace model_tool {
 // errors. Returns false with *error set.
 bool ApplySettingsJson(const std::string& text, sim::ai::NetworkSettings* settings,
                        std::string* error);
+
+// The names of the settings as options take them (dashes for underscores: "miss-rate").
+std::vector<std::string> SettingOptionNames();
 
 // Applies one "--name value" option with the same names (dashes for underscores, e.g.
 // --miss-rate 0.1). Returns false with *error set for an unknown name or a bad value.

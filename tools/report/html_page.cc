@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <set>
 
+#include "common/object_class.h"
+
 namespace mirvane {
 namespace report {
 namespace {
@@ -37,11 +39,18 @@ std::string Seconds(double value) {
 
 // Class colours of the boxes, by class name; unknown classes in grey.
 const char* ClassColour(const std::string& class_name) {
-  if (class_name == "person") return "#e6194b";
-  if (class_name == "vehicle") return "#3cb44b";
-  if (class_name == "other") return "#4363d8";
-  if (class_name == "vehicle2") return "#f58231";
-  return "#999999";
+  switch (dva::ClassIdOfName(class_name.c_str())) {
+    case dva::kClassPerson:
+      return "#e6194b";
+    case dva::kClassVehicle:
+      return "#3cb44b";
+    case dva::kClassOther:
+      return "#4363d8";
+    case dva::kClassVehicle2:
+      return "#f58231";
+    default:
+      return "#999999";
+  }
 }
 
 std::string FlagText(int flags) {

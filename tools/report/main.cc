@@ -6,6 +6,7 @@
 // P.settings.json (the run's own daemon settings, drawn instead of --settings).
 // Writes DIR/index.html with the pictures beside it (DIR/<run>/). Exit status: 0 done, 1 an input
 // could not be read or the output not written, 2 bad command line.
+#include <getopt.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -35,7 +36,8 @@ constexpr const char* kUsage =
     "  --settings  the daemon's settings file, for the region and fence drawn on the frames\n"
     "              (a run's own RUN.settings.json takes its place)\n"
     "  --rate      frames shown per second of scene time (default 1; 0: every frame)\n"
-    "  --width     width of the frame pictures in pixels (default 640)\n";
+    "  --width     width of the frame pictures in pixels (default 640)\n"
+    "  --help      print this text\n";
 
 struct Arguments {
   std::string out;
@@ -51,28 +53,42 @@ bool ParseNumber(const char* text, double* value) {
   return end != text && *end == '\0';
 }
 
-bool ParseArguments(int argc, char** argv, Arguments* args) {
-  for (int i = 1; i < argc; ++i) {
-    const std::string flag = argv[i];
-    if (flag.compare(0, 2, "--") != 0) {
-      args->runs.push_back(flag);
-      continue;
-    }
-    if (i + 1 >= argc) return false;
-    const char* value = argv[++i];
-    double number = 0;
-    if (flag == "--out") {
-      args->out = value;
-    } else if (flag == "--settings") {
-      args->settings = value;
-    } else if (flag == "--rate" && ParseNumber(value, &number) && number >= 0) {
-      args->rate = number;
-    } else if (flag == "--width" && ParseNumber(value, &number) && number >= 16 && number <= 7680) {
-      args->width = static_cast<int>(number) / 2 * 2;
-    } else {
-      return false;
+// False on a bad command line (the usage then says what is wrong).
+bool ParseArguments(int argc, char** argv, Arguments* args, bool* help) {
+  enum { kOut = 1, kSettings, kRate, kWidth, kHelp };
+  static const option kOptions[] = {{"out", required_argument, nullptr, kOut},
+                                    {"settings", required_argument, nullptr, kSettings},
+                                    {"rate", required_argument, nullptr, kRate},
+                                    {"width", required_argument, nullptr, kWidth},
+                                    {"help", no_argument, nullptr, kHelp},
+                                    {nullptr, 0, nullptr, 0}};
+  opterr = 0;  // the usage alone answers a bad option
+  int opt;
+  double number = 0;
+  while ((opt = getopt_long(argc, argv, "", kOptions, nullptr)) != -1) {
+    switch (opt) {
+      case kOut:
+        args->out = optarg;
+        break;
+      case kSettings:
+        args->settings = optarg;
+        break;
+      case kRate:
+        if (!ParseNumber(optarg, &number) || number < 0) return false;
+        args->rate = number;
+        break;
+      case kWidth:
+        if (!ParseNumber(optarg, &number) || number < 16 || number > 7680) return false;
+        args->width = static_cast<int>(number) / 2 * 2;
+        break;
+      case kHelp:
+        *help = true;
+        return true;
+      default:
+        return false;
     }
   }
+  args->runs.assign(argv + optind, argv + argc);
   return !args->out.empty() && !args->runs.empty();
 }
 
@@ -183,14 +199,15 @@ bool CopySnapshots(const std::string& prefix, const std::string& out, report::Ru
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc == 2 && std::string(argv[1]) == "--help") {
-    std::fputs(kUsage, stdout);
-    return 0;
-  }
   Arguments args;
-  if (!ParseArguments(argc, argv, &args)) {
+  bool help = false;
+  if (!ParseArguments(argc, argv, &args, &help)) {
     std::fputs(kUsage, stderr);
     return 2;
+  }
+  if (help) {
+    std::fputs(kUsage, stdout);
+    return 0;
   }
   std::string text;
   std::string error;

@@ -70,10 +70,8 @@ json_t* Record(const char* kind, int client) {
   return object;
 }
 
-int FenceDirection(uint8_t flags) {
-  // Flag 4 marks direction 1, flag 2 direction 2.
-  return ((flags & 4) ? 1 : 0) | ((flags & 2) ? 2 : 0);
-}
+using event_wire::FenceDirections;
+using event_wire::kRegionFlag;
 
 }  // namespace
 
@@ -83,8 +81,8 @@ std::string DescribeObject(const EventObject& o) {
                 ClassName(o.class_code).c_str(), o.tracking_id, o.confidence * 100.0f, o.box[0],
                 o.box[1], o.box[2], o.box[3], o.snapshot_id);
   std::string result = text;
-  if (o.flags & 1) result += " REGION";
-  const int fence = FenceDirection(o.flags);
+  if (o.flags & kRegionFlag) result += " REGION";
+  const int fence = FenceDirections(o.flags);
   if (fence == 3)
     result += " FENCE-1+2";
   else if (fence != 0)
@@ -160,8 +158,8 @@ void Printer::EventLine(int client, const Event& event) {
   ++stats_.events;
   stats_.objects += event.objects.size();
   for (const EventObject& o : event.objects) {
-    stats_.region_triggers += o.flags & 1;
-    stats_.fence_triggers += FenceDirection(o.flags) != 0;
+    stats_.region_triggers += (o.flags & kRegionFlag) != 0;
+    stats_.fence_triggers += FenceDirections(o.flags) != 0;
     stats_.snapshot_ids.insert(o.snapshot_id);
     stats_.tracking_ids.insert(o.tracking_id);
   }
@@ -179,8 +177,8 @@ void Printer::EventLine(int client, const Event& event) {
       json_object_set_new(item, "tracking_id", json_integer(o.tracking_id));
       json_object_set_new(item, "snapshot_id", json_integer(o.snapshot_id));
       json_object_set_new(item, "flags", json_integer(o.flags));
-      json_object_set_new(item, "region", json_boolean(o.flags & 1));
-      json_object_set_new(item, "fence", json_integer(FenceDirection(o.flags)));
+      json_object_set_new(item, "region", json_boolean(o.flags & kRegionFlag));
+      json_object_set_new(item, "fence", json_integer(FenceDirections(o.flags)));
       json_object_set_new(item, "confidence", Real(o.confidence, 1e-6));
       json_t* box = json_array();
       for (float corner : o.box) json_array_append_new(box, Real(corner, 1e-6));

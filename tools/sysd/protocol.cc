@@ -8,13 +8,6 @@ namespace mirvane {
 namespace sysd {
 namespace {
 
-template <typename T>
-T Load(const uint8_t* p) {
-  T value;
-  std::memcpy(&value, p, sizeof(value));  // records are packed: fields are unaligned
-  return value;
-}
-
 std::string FieldText(const std::vector<uint8_t>& body, size_t offset, size_t size) {
   if (body.size() < offset + size) return std::string();
   const char* start = reinterpret_cast<const char*>(body.data() + offset);
@@ -87,7 +80,8 @@ bool StreamFramer::Feed(const uint8_t* data, size_t size, std::vector<Message>* 
   buffer_.insert(buffer_.end(), data, data + size);
   size_t used = 0;
   while (buffer_.size() - used >= sizeof(cmd_hdr)) {
-    const cmd_hdr hdr = Load<cmd_hdr>(buffer_.data() + used);
+    cmd_hdr hdr;
+    std::memcpy(&hdr, buffer_.data() + used, sizeof(hdr));  // a header may start unaligned
     BodyBound bound;
     if (hdr.sync != SYSTEMD_COMMAND_PACKET_SYNC_CODE) {
       error_ = "bad sync word 0x" + [&] {
@@ -122,45 +116,6 @@ Heartbeat DecodeHeartbeat(uint32_t cmd, const std::vector<uint8_t>& body) {
   beat.restart_command =
       FieldText(body, SYSAPI_WDG_COMMAND_OFFSET, SYSAPI_WDG_BODY_SIZE - SYSAPI_WDG_COMMAND_OFFSET);
   return beat;
-}
-
-bool DecodeEvent(const std::vector<uint8_t>& body, Event* event, std::string* error) {
-  if (body.size() != SYSAPI_EVENT_PAYLOAD_SIZE) {
-    *error = "event body of " + std::to_string(body.size()) + " bytes";
-    return false;
-  }
-  const uint8_t* p = body.data();
-  event->type = Load<uint32_t>(p);
-  event->timestamp = Load<uint64_t>(p + 8);
-  event->count = Load<uint32_t>(p + 16);
-  event->objects.clear();
-  if (event->type != kObjectDetectionEvent) {
-    *error = "event type " + std::to_string(event->type);
-    return false;
-  }
-  if (event->count > kMaxEventObjects) {
-    *error = "object count " + std::to_string(event->count) + " above " +
-             std::to_string(kMaxEventObjects);
-    return false;
-  }
-  for (uint32_t i = 0; i < event->count; ++i) {
-    const uint8_t* r = p + kEventRecordOffset + kEventRecordSize * i;
-    EventObject object;
-    object.class_code = r[0];
-    object.tracking_id = Load<int32_t>(r + 1);
-    object.snapshot_id = r[5];
-    object.flags = r[8];
-    object.confidence = Load<float>(r + 9);
-    for (int k = 0; k < 4; ++k) object.box[k] = Load<float>(r + 13 + 4 * k);
-    event->objects.push_back(object);
-  }
-  return true;
-}
-
-std::string ClassName(uint8_t class_code) {
-  static const char* const kNames[] = {"person", "vehicle", "other", "vehicle2"};
-  if (class_code < 4) return kNames[class_code];
-  return "class" + std::to_string(class_code);
 }
 
 }  // namespace sysd

@@ -1,5 +1,6 @@
 // What the system-daemon stand-in understands of the command protocol: splitting a client's byte
-// stream into messages with every header checked, and decoding heartbeat and event bodies.
+// stream into messages with every header checked, and decoding heartbeat bodies (event bodies
+// through tools/event_wire).
 // Pure code, no I/O; any thread may use its own instances.
 #ifndef MIRVANE_TOOLS_SYSD_PROTOCOL_H
 #define MIRVANE_TOOLS_SYSD_PROTOCOL_H
@@ -8,6 +9,8 @@
 #include <cstdint>
 #include <string>
 #include <vector>
+
+#include "event_wire.h"
 
 namespace mirvane {
 namespace sysd {
@@ -47,34 +50,12 @@ struct Heartbeat {
 
 Heartbeat DecodeHeartbeat(uint32_t cmd, const std::vector<uint8_t>& body);
 
-// One 29-byte object record of the object-detection event.
-struct EventObject {
-  uint8_t class_code = 0;
-  int32_t tracking_id = 0;
-  uint8_t snapshot_id = 0;
-  uint8_t flags = 0;  // bit 0 region rule, bit 1 fence direction 2, bit 2 fence direction 1
-  float confidence = 0.0f;
-  float box[4] = {0, 0, 0, 0};  // xmin, ymin, xmax, ymax
-};
-
-struct Event {
-  uint32_t type = 0;
-  uint64_t timestamp = 0;
-  uint32_t count = 0;  // as sent
-  std::vector<EventObject> objects;
-};
-
-constexpr uint32_t kObjectDetectionEvent = 129;
-constexpr uint32_t kMaxEventObjects = 15;
-constexpr size_t kEventRecordOffset = 20;
-constexpr size_t kEventRecordSize = 29;
-
-// Decodes a 520-byte event body. Returns false with a reason when it is not an object-detection
-// event or its count is out of range; event is filled as far as it could be.
-bool DecodeEvent(const std::vector<uint8_t>& body, Event* event, std::string* error);
-
-// Names of the class codes: "person", "vehicle", "other", "vehicle2", else "class<N>".
-std::string ClassName(uint8_t class_code);
+// The object-detection event: the tools' one decoder.
+using event_wire::ClassName;
+using event_wire::DecodeEvent;
+using event_wire::Event;
+using event_wire::EventObject;
+using event_wire::kObjectDetectionEvent;
 
 }  // namespace sysd
 }  // namespace mirvane

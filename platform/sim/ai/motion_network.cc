@@ -27,8 +27,8 @@ struct MotionNetwork::Subtractor {
 };
 
 int ClassOfBlob(float w, float h, float picture_area) {
-  if (h >= 0.8f * w) return 1;
-  return w * h >= kVehicleShare * picture_area ? 2 : 3;
+  if (h >= 0.8f * w) return dva::kClassPerson;
+  return w * h >= kVehicleShare * picture_area ? dva::kClassVehicle : dva::kClassOther;
 }
 
 MotionNetwork::MotionNetwork(const ModelDescription& model)

@@ -29,7 +29,7 @@ constexpr int kStripeSwing = 12;
 // Share of class colour c in chroma (u, v): the projection on the grey-to-class line, or 0 when
 // the chroma lies off that line (another class, or a mix of two).
 float ShareOf(int class_id, int u, int v) {
-  const ClassColour& c = kClassColours[class_id - 1];
+  const ClassColour& c = kClassColours[dva::ClassIndex(class_id)];
   const float du = static_cast<float>(u - kNeutral), dv = static_cast<float>(v - kNeutral);
   const float cu = static_cast<float>(c.u - kNeutral), cv = static_cast<float>(c.v - kNeutral);
   const float share = (du * cu + dv * cv) / (cu * cu + cv * cv);
@@ -42,7 +42,7 @@ float ShareOf(int class_id, int u, int v) {
 // Luma at or above this is an object's interior, below it its border (half the class luma),
 // halfway between the border and the darker stripes.
 int InteriorLuma(int class_id) {
-  const int y = kClassColours[class_id - 1].y;
+  const int y = kClassColours[dva::ClassIndex(class_id)].y;
   return (y / 2 + y - kStripeSwing + 1) / 2 + 1;
 }
 
@@ -102,7 +102,7 @@ void ObjectFinder::LabelChroma(const Nv12Picture& picture) {
     for (int x = 0; x < cw_; ++x) {
       const int u = row[2 * x], v = row[2 * x + 1];
       if (std::abs(u - kNeutral) + std::abs(v - kNeutral) < 16) continue;  // grey: fast path
-      for (int c = 1; c <= kClassCount; ++c) {
+      for (const int c : dva::kClassIds) {
         if (ShareOf(c, u, v) >= 0.5f) {
           class_of_[static_cast<size_t>(y) * cw_ + x] = static_cast<uint8_t>(c);
           break;
@@ -183,7 +183,7 @@ float ObjectFinder::RefineSharpEdge(const Nv12Picture& picture, int label, const
   const int inner = side < 2 ? p + 1 : p - 2;
   const int limit = vertical ? picture.width : picture.height;
   if (outer < 0 || inner < 0 || outer >= limit || inner >= limit) return edge;
-  const int border = kClassColours[comp.class_id - 1].y / 2;
+  const int border = kClassColours[dva::ClassIndex(comp.class_id)].y / 2;
   const int along0 = 2 * (vertical ? comp.y0 : comp.x0) + 3;
   const int along1 = 2 * (vertical ? comp.y1 : comp.x1) - 2;
   int lines = 0, outer_border = 0, inner_border = 0;
@@ -192,8 +192,10 @@ float ObjectFinder::RefineSharpEdge(const Nv12Picture& picture, int label, const
     if (label_[static_cast<size_t>(y_in / 2) * cw_ + x_in / 2] != label) continue;
     const int x_out = vertical ? outer : a, y_out = vertical ? a : outer;
     ++lines;
-    outer_border += std::abs(picture.y[static_cast<size_t>(y_out) * picture.stride + x_out] - border) <= 3;
-    inner_border += std::abs(picture.y[static_cast<size_t>(y_in) * picture.stride + x_in] - border) <= 3;
+    outer_border +=
+        std::abs(picture.y[static_cast<size_t>(y_out) * picture.stride + x_out] - border) <= 3;
+    inner_border +=
+        std::abs(picture.y[static_cast<size_t>(y_in) * picture.stride + x_in] - border) <= 3;
   }
   if (lines < 4 || outer_border * 2 >= lines || inner_border * 4 < lines * 3) return edge;
   return side < 2 ? edge + 1.0f : edge - 1.0f;
@@ -270,10 +272,9 @@ void ObjectFinder::SplitComponent(const Nv12Picture& picture, int label, const C
     all.x0 = std::min(all.x0, a.x0), all.y0 = std::min(all.y0, a.y0);
     all.x1 = std::max(all.x1, a.x1), all.y1 = std::max(all.y1, a.y1);
   }
-  std::vector<float> gaps = {static_cast<float>(px0 + all.x0) - outline[0],
-                             static_cast<float>(py0 + all.y0) - outline[1],
-                             outline[2] - static_cast<float>(px0 + all.x1),
-                             outline[3] - static_cast<float>(py0 + all.y1)};
+  std::vector<float> gaps = {
+      static_cast<float>(px0 + all.x0) - outline[0], static_cast<float>(py0 + all.y0) - outline[1],
+      outline[2] - static_cast<float>(px0 + all.x1), outline[3] - static_cast<float>(py0 + all.y1)};
   const float border = std::min(std::max(Median(&gaps), 0.0f), 8.0f);
   for (const PixelBox& a : areas) {
     const float x0 = a.x0 - all.x0 <= 1 ? outline[0] : static_cast<float>(px0 + a.x0) - border;
@@ -287,7 +288,7 @@ void ObjectFinder::SplitComponent(const Nv12Picture& picture, int label, const C
 std::vector<FoundObject> ObjectFinder::Find(const Nv12Picture& picture) {
   LabelChroma(picture);
   std::vector<FoundObject> found;
-  for (int c = 1; c <= kClassCount; ++c) {
+  for (const int c : dva::kClassIds) {
     for (size_t i = 0; i < components_.size(); ++i) {
       const Component& comp = components_[i];
       if (comp.class_id != c || comp.x1 - comp.x0 < 1 || comp.y1 - comp.y0 < 1) continue;
@@ -317,8 +318,8 @@ std::vector<int> MatchPrevious(const std::vector<FoundObject>& current,
       const float uni = (a.x1 - a.x0) * (a.y1 - a.y0) + (b.x1 - b.x0) * (b.y1 - b.y0) - inter;
       const float distance = std::hypot(a.cx() - b.cx(), a.cy() - b.cy());
       if (inter <= 0 && distance > reach) continue;
-      pairs.push_back(Pair{uni > 0 ? inter / uni : 0.0f, distance, static_cast<int>(i),
-                           static_cast<int>(j)});
+      pairs.push_back(
+          Pair{uni > 0 ? inter / uni : 0.0f, distance, static_cast<int>(i), static_cast<int>(j)});
     }
   }
   std::sort(pairs.begin(), pairs.end(), [](const Pair& p, const Pair& q) {

@@ -17,6 +17,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "common/object_class.h"
+
 namespace mirvane {
 namespace sim {
 namespace ai {
@@ -30,8 +32,8 @@ struct Nv12Picture {
   int stride = 0;
 };
 
-// One object: class id 1..4 and its box in pixels, x1 and y1 being the right and bottom edges
-// (a box covering pixel columns 10..19 has x0 10 and x1 20).
+// One object: its class id (one of dva::kClassIds) and its box in pixels, x1 and y1 being the right
+// and bottom edges (a box covering pixel columns 10..19 has x0 10 and x1 20).
 struct FoundObject {
   int class_id = 0;
   float x0 = 0, y0 = 0, x1 = 0, y1 = 0;
@@ -43,8 +45,8 @@ struct FoundObject {
 struct ClassColour {
   int y, u, v;
 };
-constexpr int kClassCount = 4;
-// Index class id - 1.
+constexpr int kClassCount = static_cast<int>(dva::kClassIdCount);
+// Indexed by dva::ClassIndex of the class id.
 extern const ClassColour kClassColours[kClassCount];
 
 class ObjectFinder {
@@ -68,11 +70,11 @@ class ObjectFinder {
   int cw_ = 0, ch_ = 0;
   const uint8_t* uv_ = nullptr;
   int stride_ = 0;
-  std::vector<uint8_t> class_of_;   // per chroma sample: 0 or the class id
-  std::vector<int32_t> label_;      // per chroma sample: component number + 1, or 0
+  std::vector<uint8_t> class_of_;  // per chroma sample: 0 or the class id
+  std::vector<int32_t> label_;     // per chroma sample: component number + 1, or 0
   std::vector<Component> components_;
   std::vector<int32_t> stack_;
-  std::vector<int32_t> interior_;   // per pixel of one component's box
+  std::vector<int32_t> interior_;  // per pixel of one component's box
 };
 
 // For each current object, where it was in the previous picture: the previous object of the same

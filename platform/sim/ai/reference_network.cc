@@ -158,7 +158,7 @@ void ReferenceNetwork::ApplyImperfections(std::vector<EncodedObject>* objects) {
   const float size = static_cast<float>(model_.inputs[0].width);
   for (int i = 0; i < count; ++i) {
     EncodedObject e;
-    e.box.class_id = 1 + static_cast<int>(random.Next() % kClassCount);
+    e.box.class_id = dva::ClassIdOfList(static_cast<size_t>(random.Next() % kClassCount));
     const float w = random.Between(8.0f, size / 4), h = random.Between(8.0f, size / 4);
     e.box.x0 = random.Between(0.0f, size - w);
     e.box.y0 = random.Between(0.0f, size - h);
@@ -229,7 +229,7 @@ void ReferenceNetwork::Encode(const EncodedObject& object) {
   RangeOf(track_format, model_.outputs[slot.tracking].scale_ratio, &track_lo, &track_hi,
           &track_step);
   const size_t cells = static_cast<size_t>(grid) * grid;
-  const size_t channel = static_cast<size_t>(box.class_id - 1) * cells;
+  const size_t channel = dva::ClassIndex(box.class_id) * cells;
 
   for (int y = std::max(row - 1, 0); y <= std::min(row + 1, grid - 1); ++y) {
     for (int x = std::max(col - 1, 0); x <= std::min(col + 1, grid - 1); ++x) {
