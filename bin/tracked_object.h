@@ -28,7 +28,7 @@ struct TrackedObject {
 
 // What the tracker returns for one frame.
 struct TrackResult {
-  std::vector<std::vector<TrackedObject>> objects;  // one list per class, in class order
+  std::vector<std::vector<TrackedObject>> objects;        // one list per class, in class order
   std::vector<std::unordered_set<uint32_t>> removed_ids;  // per tracker: ids dropped this frame
 };
 

@@ -18,8 +18,7 @@ std::unique_ptr<IReader::Image> StreamReader::Read() {
   try {
     auto frame = std::make_unique<HdVideoProcBuf>(path_id_);
     const HD_VIDEO_FRAME record = frame->frame();
-    const uint32_t plane_size =
-        static_cast<uint32_t>(record.pw[0] * record.ph[0] * 3 / 2);
+    const uint32_t plane_size = static_cast<uint32_t>(record.pw[0] * record.ph[0] * 3 / 2);
     auto mapping =
         std::make_unique<HdMemMapping>(static_cast<uint32_t>(record.phy_addr[0]), plane_size);
 

@@ -19,7 +19,7 @@ class IReader {
   class Image {
    public:
     virtual ~Image() = default;
-    uint64_t timestamp = 0;  // the platform frame's timestamp, as delivered
+    uint64_t timestamp = 0;     // the platform frame's timestamp, as delivered
     VENDOR_AI_BUF buffer = {};  // the picture as the network runtime takes it ("ABUF")
   };
 

@@ -23,7 +23,9 @@ void Grow(int* lo, int* hi, int size, int limit) {
   }
 }
 
-int Floor(float value) { return static_cast<int>(std::floor(value)); }
+int Floor(float value) {
+  return static_cast<int>(std::floor(value));
+}
 
 }  // namespace
 

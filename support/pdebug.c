@@ -31,9 +31,13 @@ static int Attach(const char* who) {
   return 0;
 }
 
-int mod_log_init(void) { return Attach("mod_log_init"); }
+int mod_log_init(void) {
+  return Attach("mod_log_init");
+}
 
-int mod_log_attach(void) { return Attach("mod_log_attach"); }
+int mod_log_attach(void) {
+  return Attach("mod_log_attach");
+}
 
 int mod_log_update(const int32_t words[MOD_LOG_WORDS]) {
   if (words == NULL || Attach("mod_log_attach") != 0) {

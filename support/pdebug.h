@@ -49,7 +49,8 @@ void mod_log_debug_line(const char* file, int line, const char* format, ...)
     __attribute__((format(printf, 3, 4)));
 
 #define MOD_LOG_DEBUG(...) mod_log_debug_line(MOD_LOG_BASENAME, __LINE__, __VA_ARGS__)
-#define MOD_LOG_BASENAME (__builtin_strrchr(__FILE__, '/') ? __builtin_strrchr(__FILE__, '/') + 1 : __FILE__)
+#define MOD_LOG_BASENAME \
+  (__builtin_strrchr(__FILE__, '/') ? __builtin_strrchr(__FILE__, '/') + 1 : __FILE__)
 
 #ifdef __cplusplus
 }

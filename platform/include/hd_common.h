@@ -45,7 +45,7 @@ HD_RESULT hd_common_sysconfig(UINT32 type1, UINT32 type2, UINT32 type1_mask, UIN
 HD_RESULT hd_common_uninit(void);
 
 /* A null configuration keeps the pools the system has set up. */
-HD_RESULT hd_common_mem_init(HD_COMMON_MEM_INIT_CONFIG *p_mem_config);
+HD_RESULT hd_common_mem_init(HD_COMMON_MEM_INIT_CONFIG* p_mem_config);
 HD_RESULT hd_common_mem_uninit(void);
 
 /* Returns HD_COMMON_MEM_VB_INVALID_BLK when no block of the pool is free or the request is bad. */
@@ -56,9 +56,9 @@ HD_RESULT hd_common_mem_release_block(HD_COMMON_MEM_VB_BLK blk);
 UINT32 hd_common_mem_blk2pa(HD_COMMON_MEM_VB_BLK blk);
 
 /* Maps size bytes of device memory at phy_addr; NULL on failure. */
-void *hd_common_mem_mmap(HD_COMMON_MEM_MEM_TYPE mem_type, UINT32 phy_addr, UINT32 size);
-HD_RESULT hd_common_mem_munmap(void *virt_addr, unsigned int size);
-HD_RESULT hd_common_mem_flush_cache(void *virt_addr, unsigned int size);
+void* hd_common_mem_mmap(HD_COMMON_MEM_MEM_TYPE mem_type, UINT32 phy_addr, UINT32 size);
+HD_RESULT hd_common_mem_munmap(void* virt_addr, unsigned int size);
+HD_RESULT hd_common_mem_flush_cache(void* virt_addr, unsigned int size);
 
 #ifdef __cplusplus
 }

@@ -41,7 +41,7 @@ typedef struct _HD_GFX_SCALE {
 
 HD_RESULT hd_gfx_init(VOID);
 HD_RESULT hd_gfx_uninit(VOID);
-HD_RESULT hd_gfx_scale(HD_GFX_SCALE *p_param);
+HD_RESULT hd_gfx_scale(HD_GFX_SCALE* p_param);
 
 #ifdef __cplusplus
 }

@@ -38,7 +38,7 @@ typedef void VOID;
 #endif
 
 /* Four-character code: MAKEFOURCC('V','F','R','M') == 0x4D524656. */
-#define MAKEFOURCC(a, b, c, d) \
+#define MAKEFOURCC(a, b, c, d)                                                   \
   ((UINT32)(UINT8)(a) | ((UINT32)(UINT8)(b) << 8) | ((UINT32)(UINT8)(c) << 16) | \
    ((UINT32)(UINT8)(d) << 24))
 
@@ -138,7 +138,6 @@ typedef enum _HD_VIDEO_PXLFMT {
 #define HD_VIDEO_PXLFMT_INT_MASK 0x0000ff00
 #define HD_VIDEO_PXLFMT_FRAC_MASK 0x000000ff
 
-
 /* Memory controllers. */
 typedef enum _HD_COMMON_MEM_DDR_ID {
   DDR_ID0 = 0,
@@ -163,20 +162,20 @@ typedef struct _HD_METADATA HD_METADATA;
 
 /* One video frame in device memory (144 bytes on 32-bit ARM; offsets given for ARM). */
 typedef struct _HD_VIDEO_FRAME {
-  UINT32 sign;                  /* 0: 'VFRM' */
-  HD_METADATA *p_next;          /* 4 */
-  HD_COMMON_MEM_DDR_ID ddr_id;  /* 8 */
-  HD_VIDEO_PXLFMT pxlfmt;       /* 12 */
-  HD_DIM dim;                   /* 16 */
-  UINT64 count;                 /* 24: frame count */
-  UINT64 timestamp;             /* 32: microseconds */
-  UINT32 pw[4];                 /* 40: plane widths */
-  UINT32 ph[4];                 /* 56: plane heights */
-  UINT32 loff[4];               /* 72: plane line offsets */
-  UINT32 phy_addr[4];           /* 88: plane physical addresses */
-  UINT32 poc_info;              /* 104 */
-  UINT32 reserved[7];           /* 108 */
-  HD_COMMON_MEM_VB_BLK blk;     /* 136 */
+  UINT32 sign;                 /* 0: 'VFRM' */
+  HD_METADATA* p_next;         /* 4 */
+  HD_COMMON_MEM_DDR_ID ddr_id; /* 8 */
+  HD_VIDEO_PXLFMT pxlfmt;      /* 12 */
+  HD_DIM dim;                  /* 16 */
+  UINT64 count;                /* 24: frame count */
+  UINT64 timestamp;            /* 32: microseconds */
+  UINT32 pw[4];                /* 40: plane widths */
+  UINT32 ph[4];                /* 56: plane heights */
+  UINT32 loff[4];              /* 72: plane line offsets */
+  UINT32 phy_addr[4];          /* 88: plane physical addresses */
+  UINT32 poc_info;             /* 104 */
+  UINT32 reserved[7];          /* 108 */
+  HD_COMMON_MEM_VB_BLK blk;    /* 136 */
 } HD_VIDEO_FRAME;
 
 #ifdef __cplusplus

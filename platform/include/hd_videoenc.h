@@ -30,15 +30,15 @@ typedef struct _HD_VIDEO_BS_DATA {
 
 /* An encoded bit stream (144 bytes on 32-bit ARM). */
 typedef struct _HD_VIDEOENC_BS {
-  UINT32 sign;                   /* 'VSTM' */
-  HD_METADATA *p_next;
+  UINT32 sign; /* 'VSTM' */
+  HD_METADATA* p_next;
   HD_VIDEO_CODEC vcodec_format;
   UINT32 pack_num;
   UINT64 timestamp;
   UINT32 frame_type;
   UINT32 svc_layer_type;
   HD_VIDEO_BS_DATA video_pack[4];
-  UINT32 psnr_info[3];           /* quality, block and rate statistics of the encoder */
+  UINT32 psnr_info[3]; /* quality, block and rate statistics of the encoder */
   UINT32 blk_info[5];
   UINT32 rate_info[4];
   UINT32 qp;
@@ -58,12 +58,12 @@ typedef struct _HD_VIDEOENC_BUFINFO {
 } HD_VIDEOENC_BUFINFO;
 
 /* wait_ms: -1 waits without limit, 0 does not wait. user_out may be NULL. */
-HD_RESULT hd_videoenc_push_in_buf(HD_PATH_ID path_id, HD_VIDEO_FRAME *p_in_video_frame,
-                                  HD_VIDEOENC_BS *p_user_out_video_bitstream, INT32 wait_ms);
-HD_RESULT hd_videoenc_pull_out_buf(HD_PATH_ID path_id, HD_VIDEOENC_BS *p_video_bitstream,
+HD_RESULT hd_videoenc_push_in_buf(HD_PATH_ID path_id, HD_VIDEO_FRAME* p_in_video_frame,
+                                  HD_VIDEOENC_BS* p_user_out_video_bitstream, INT32 wait_ms);
+HD_RESULT hd_videoenc_pull_out_buf(HD_PATH_ID path_id, HD_VIDEOENC_BS* p_video_bitstream,
                                    INT32 wait_ms);
-HD_RESULT hd_videoenc_release_out_buf(HD_PATH_ID path_id, HD_VIDEOENC_BS *p_video_bitstream);
-HD_RESULT hd_videoenc_get(HD_PATH_ID path_id, HD_VIDEOENC_PARAM_ID id, VOID *p_param);
+HD_RESULT hd_videoenc_release_out_buf(HD_PATH_ID path_id, HD_VIDEOENC_BS* p_video_bitstream);
+HD_RESULT hd_videoenc_get(HD_PATH_ID path_id, HD_VIDEOENC_PARAM_ID id, VOID* p_param);
 
 #ifdef __cplusplus
 }

@@ -12,9 +12,9 @@ extern "C" {
 #endif
 
 /* wait_ms: -1 waits without limit, 0 does not wait. */
-HD_RESULT hd_videoproc_pull_out_buf(HD_PATH_ID path_id, HD_VIDEO_FRAME *p_video_frame,
+HD_RESULT hd_videoproc_pull_out_buf(HD_PATH_ID path_id, HD_VIDEO_FRAME* p_video_frame,
                                     INT32 wait_ms);
-HD_RESULT hd_videoproc_release_out_buf(HD_PATH_ID path_id, HD_VIDEO_FRAME *p_video_frame);
+HD_RESULT hd_videoproc_release_out_buf(HD_PATH_ID path_id, HD_VIDEO_FRAME* p_video_frame);
 
 #ifdef __cplusplus
 }

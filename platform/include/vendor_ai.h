@@ -22,7 +22,7 @@ typedef enum _VENDOR_AI_CFG_ID {
   VENDOR_AI_CFG_ID_FORCE_4_BYTES = 0x7fffffff
 } VENDOR_AI_CFG_ID;
 
-HD_RESULT vendor_ai_cfg_set(VENDOR_AI_CFG_ID cfg_id, void *p_param);
+HD_RESULT vendor_ai_cfg_set(VENDOR_AI_CFG_ID cfg_id, void* p_param);
 HD_RESULT vendor_ai_init(VOID);
 HD_RESULT vendor_ai_uninit(VOID);
 

@@ -25,40 +25,40 @@ extern "C" {
 
 /* A tensor or picture buffer in device memory (84 bytes on 32-bit ARM, 160 on x86-64). */
 typedef struct _VENDOR_AI_BUF {
-  UINT32 sign;                  /* 0: 'ABUF' */
-  UINT32 chunk_size;            /* 4: sizeof(VENDOR_AI_BUF) - 8 */
-  HD_COMMON_MEM_DDR_ID ddr_id;  /* 8 */
-  UINT32 pa;                    /* 12 */
-  UINT32 va;                    /* 16 */
-  UINT32 size;                  /* 20 */
-  HD_VIDEO_PXLFMT fmt;          /* 24 */
-  UINT32 width;                 /* 28 */
-  UINT32 height;                /* 32 */
-  UINT32 channel;               /* 36 */
-  UINT32 batch_num;             /* 40 */
-  UINT32 time;                  /* 44 */
-  union {                       /* 48 */
+  UINT32 sign;                 /* 0: 'ABUF' */
+  UINT32 chunk_size;           /* 4: sizeof(VENDOR_AI_BUF) - 8 */
+  HD_COMMON_MEM_DDR_ID ddr_id; /* 8 */
+  UINT32 pa;                   /* 12 */
+  UINT32 va;                   /* 16 */
+  UINT32 size;                 /* 20 */
+  HD_VIDEO_PXLFMT fmt;         /* 24 */
+  UINT32 width;                /* 28 */
+  UINT32 height;               /* 32 */
+  UINT32 channel;              /* 36 */
+  UINT32 batch_num;            /* 40 */
+  UINT32 time;                 /* 44 */
+  union {                      /* 48 */
     UINT32 reserve;
     FLOAT scale_ratio;
   };
-  UINT32 line_ofs;              /* 52 */
-  UINT32 channel_ofs;           /* 56 */
-  UINT32 batch_ofs;             /* 60 */
-  UINT32 time_ofs;              /* 64 */
-  CHAR layout[8];               /* 68 */
-  CHAR *name;                   /* 76 */
-  CHAR *op_name;                /* 80 */
+  UINT32 line_ofs;    /* 52 */
+  UINT32 channel_ofs; /* 56 */
+  UINT32 batch_ofs;   /* 60 */
+  UINT32 time_ofs;    /* 64 */
+  CHAR layout[8];     /* 68 */
+  CHAR* name;         /* 76 */
+  CHAR* op_name;      /* 80 */
 } VENDOR_AI_BUF;
 
 typedef enum _VENDOR_AI_NET_PARAM_ID {
   VENDOR_AI_NET_PARAM_STATE = 0,
-  VENDOR_AI_NET_PARAM_CFG_MODEL = 1,      /* VENDOR_AI_NET_CFG_MODEL */
-  VENDOR_AI_NET_PARAM_CFG_JOB_OPT = 4,    /* VENDOR_AI_NET_CFG_JOB_OPT */
-  VENDOR_AI_NET_PARAM_CFG_BUF_OPT = 5,    /* VENDOR_AI_NET_CFG_BUF_OPT */
+  VENDOR_AI_NET_PARAM_CFG_MODEL = 1,   /* VENDOR_AI_NET_CFG_MODEL */
+  VENDOR_AI_NET_PARAM_CFG_JOB_OPT = 4, /* VENDOR_AI_NET_CFG_JOB_OPT */
+  VENDOR_AI_NET_PARAM_CFG_BUF_OPT = 5, /* VENDOR_AI_NET_CFG_BUF_OPT */
   VENDOR_AI_NET_PARAM_INFO = 20,
   VENDOR_AI_NET_PARAM_IN_PATH_LIST = 21,
   VENDOR_AI_NET_PARAM_OUT_PATH_LIST = 22,
-  VENDOR_AI_NET_PARAM_CFG_WORKBUF = 41,   /* VENDOR_AI_NET_CFG_WORKBUF */
+  VENDOR_AI_NET_PARAM_CFG_WORKBUF = 41, /* VENDOR_AI_NET_CFG_WORKBUF */
   VENDOR_AI_NET_PARAM_ID_FORCE_4_BYTES = 0x7fffffff
 } VENDOR_AI_NET_PARAM_ID;
 
@@ -98,8 +98,8 @@ typedef struct _VENDOR_AI_NET_CFG_WORKBUF {
   UINT32 size;
 } VENDOR_AI_NET_CFG_WORKBUF;
 
-HD_RESULT vendor_ai_net_set(UINT32 proc_id, VENDOR_AI_NET_PARAM_ID param_id, void *p_param);
-HD_RESULT vendor_ai_net_get(UINT32 proc_id, VENDOR_AI_NET_PARAM_ID param_id, void *p_param);
+HD_RESULT vendor_ai_net_set(UINT32 proc_id, VENDOR_AI_NET_PARAM_ID param_id, void* p_param);
+HD_RESULT vendor_ai_net_get(UINT32 proc_id, VENDOR_AI_NET_PARAM_ID param_id, void* p_param);
 HD_RESULT vendor_ai_net_open(UINT32 proc_id);
 HD_RESULT vendor_ai_net_close(UINT32 proc_id);
 HD_RESULT vendor_ai_net_start(UINT32 proc_id);

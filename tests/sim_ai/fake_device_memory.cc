@@ -15,8 +15,12 @@ std::atomic<int> g_live{0};
 std::atomic<bool> g_refuse{false};
 }  // namespace
 
-int LiveMappings() { return g_live.load(); }
-void RefuseMappings(bool refuse) { g_refuse = refuse; }
+int LiveMappings() {
+  return g_live.load();
+}
+void RefuseMappings(bool refuse) {
+  g_refuse = refuse;
+}
 
 }  // namespace sim_ai_test
 }  // namespace mirvane

@@ -10,7 +10,9 @@ namespace mirvane {
 namespace sim_ai_test {
 
 // The physical address of host memory under the fake.
-inline unsigned long PhysicalOf(const void* p) { return reinterpret_cast<uintptr_t>(p); }
+inline unsigned long PhysicalOf(const void* p) {
+  return reinterpret_cast<uintptr_t>(p);
+}
 
 int LiveMappings();
 void RefuseMappings(bool refuse);

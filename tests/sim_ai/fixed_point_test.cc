@@ -36,7 +36,11 @@ std::vector<uint8_t> Pack(const Case& c) {
 TEST(Fixed2Float, ConvertsEachFormatByItsFractionBitsAndScale) {
   const Case cases[] = {
       {"sint8 frac 0", 0xa1080000, 1.0f, {-128, -1, 0, 1, 127}, {-128, -1, 0, 1, 127}},
-      {"sint8 frac 7", 0xa1080007, 1.0f, {-128, -64, 1, 127}, {-1.0f, -0.5f, 0.0078125f, 0.9921875f}},
+      {"sint8 frac 7",
+       0xa1080007,
+       1.0f,
+       {-128, -64, 1, 127},
+       {-1.0f, -0.5f, 0.0078125f, 0.9921875f}},
       {"sint8 frac 8", 0xa1080008, 1.0f, {-128, 64, 127}, {-0.5f, 0.25f, 0.49609375f}},
       {"sint8 frac 7 ratio 3", 0xa1080007, 3.0f, {-128, 64}, {-3.0f, 1.5f}},
       {"uint8 frac 0", 0xa2080000, 1.0f, {0, 1, 200, 255}, {0, 1, 200, 255}},
@@ -57,8 +61,7 @@ TEST(Fixed2Float, ConvertsEachFormatByItsFractionBitsAndScale) {
     std::vector<uint8_t> bytes = Pack(c);
     std::vector<float> out(c.stored.size(), -99.0f);
     ASSERT_EQ(vendor_ai_cpu_util_fixed2float(bytes.data(), static_cast<HD_VIDEO_PXLFMT>(c.format),
-                                             out.data(), c.ratio,
-                                             static_cast<INT32>(out.size())),
+                                             out.data(), c.ratio, static_cast<INT32>(out.size())),
               HD_OK);
     for (size_t i = 0; i < out.size(); ++i) EXPECT_FLOAT_EQ(out[i], c.expected[i]) << i;
   }

@@ -3,7 +3,6 @@
 // its own code, without reading past the region it lies in.
 #include <gtest/gtest.h>
 
-
 #include <cstring>
 #include <memory>
 #include <vector>
@@ -76,8 +75,8 @@ TEST(ModelFile, RefusesEveryTruncationAndEveryFlippedByte) {
 
 TEST(ModelFile, RefusesForeignFilesAndOtherVersions) {
   ModelDescription model;
-  const std::vector<uint8_t> png = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n', 0, 0, 0, 0,
-                                    0,    0,   0,   0,   0,    0,    0,    0};
+  const std::vector<uint8_t> png = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n', 0, 0,
+                                    0,    0,   0,   0,   0,    0,    0,    0,    0, 0};
   EXPECT_EQ(ParseExactly(png, &model).code, HD_ERR_SIGN);
   std::vector<uint8_t> newer = SerializeModel(DefaultModel());
   newer[4] = 2;
@@ -115,13 +114,17 @@ TEST(ModelFile, RefusesModelsTheNetworkCannotRun) {
       {"small input", [](ModelDescription* m) { m->inputs[0].width = 320; }, HD_ERR_INV},
       {"wrong grid", [](ModelDescription* m) { m->outputs[1].width = 48; }, HD_ERR_INV},
       {"wrong channels", [](ModelDescription* m) { m->outputs[4].channels = 16; }, HD_ERR_INV},
-      {"two of a kind", [](ModelDescription* m) { m->outputs[1] = m->outputs[0], m->outputs[1].path_id = 0xa0000001; },
+      {"two of a kind",
+       [](ModelDescription* m) {
+         m->outputs[1] = m->outputs[0], m->outputs[1].path_id = 0xa0000001;
+       },
        HD_ERR_INV},
       {"shared path id", [](ModelDescription* m) { m->outputs[2].path_id = m->outputs[1].path_id; },
        HD_ERR_INV},
       {"input id as output", [](ModelDescription* m) { m->outputs[0].path_id = 0x90000005; },
        HD_ERR_INV},
-      {"negative ratio", [](ModelDescription* m) { m->outputs[0].scale_ratio = -1.0f; }, HD_ERR_INV},
+      {"negative ratio", [](ModelDescription* m) { m->outputs[0].scale_ratio = -1.0f; },
+       HD_ERR_INV},
       {"score above 1", [](ModelDescription* m) { m->settings.score = 1.5f; }, HD_ERR_INV},
   };
   for (const Edit& edit : edits) {

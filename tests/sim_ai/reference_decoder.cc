@@ -31,7 +31,8 @@ float Iou(const Decoded& a, const Decoded& b) {
   const float ix2 = std::min(std::min(a.xmax, 1.0f), b.xmax);
   const float iy2 = std::min(std::min(a.ymax, 1.0f), b.ymax);
   const float inter = std::max(ix2 - ix1, 0.0f) * std::max(iy2 - iy1, 0.0f);
-  const float uni = (a.xmax - a.xmin) * (a.ymax - a.ymin) + (b.xmax - b.xmin) * (b.ymax - b.ymin) - inter;
+  const float uni =
+      (a.xmax - a.xmin) * (a.ymax - a.ymin) + (b.xmax - b.xmin) * (b.ymax - b.ymin) - inter;
   return inter / uni;
 }
 

@@ -18,7 +18,7 @@ constexpr float kThreshold = 0.3f;
 
 struct Expected {
   Box box;
-  int scale;          // 0, 1, 2 for strides 8, 16, 32
+  int scale;             // 0, 1, 2 for strides 8, 16, 32
   float dx = 0, dy = 0;  // back to the previous picture, input pixels
 };
 
@@ -130,7 +130,7 @@ TEST(ReferenceNetwork, TellsTouchingObjectsOfOneClassApartByTheirBorders) {
   ASSERT_TRUE(net.ok());
   TestPicture picture;
   picture.Draw({1, 40, 40, 70, 120});
-  picture.Draw({1, 70, 50, 96, 126});     // side by side
+  picture.Draw({1, 70, 50, 96, 126});  // side by side
   picture.Draw({2, 200, 200, 300, 260});
   picture.Draw({2, 260, 240, 360, 300});  // over the first one's corner
   ExpectFound(RunOn(picture, picture, net), {{{1, 40, 40, 70, 120}, 0},
@@ -145,8 +145,8 @@ TEST(ReferenceNetwork, KeepsBoxesOfObjectsPartlyHiddenOrCutByTheFrame) {
   TestPicture picture;
   picture.Draw({1, 100, 100, 140, 200});  // a person behind a vehicle's corner
   picture.Draw({2, 120, 170, 220, 220});
-  picture.Draw({3, -20, 300, 40, 340});   // cut by the left edge
-  picture.Draw({4, 330, 0, 400, 30});     // cut by the top right corner
+  picture.Draw({3, -20, 300, 40, 340});  // cut by the left edge
+  picture.Draw({4, 330, 0, 400, 30});    // cut by the top right corner
   ExpectFound(RunOn(picture, picture, net), {{{1, 100, 100, 140, 200}, 0},
                                              {{2, 120, 170, 220, 220}, 0},
                                              {{3, 0, 300, 40, 340}, 0},
@@ -159,7 +159,8 @@ TEST(ReferenceNetwork, PlacesOddEdgesWithinAPixel) {
   TestPicture picture;
   picture.Draw({1, 51, 33, 77, 99});
   picture.Draw({3, 201, 151, 263, 187});
-  ExpectFound(RunOn(picture, picture, net), {{{1, 51, 33, 77, 99}, 0}, {{3, 201, 151, 263, 187}, 0}});
+  ExpectFound(RunOn(picture, picture, net),
+              {{{1, 51, 33, 77, 99}, 0}, {{3, 201, 151, 263, 187}, 0}});
 }
 
 TEST(ReferenceNetwork, IgnoresTheLetterboxPaddingAndFindsNothingInAnEmptyPicture) {
@@ -178,8 +179,11 @@ TEST(ReferenceNetwork, FindsObjectsOfAFullHdFrameLetterboxedIntoTheInput) {
   RunningNetwork net;
   ASSERT_TRUE(net.ok());
   TestPicture frame(9, 1920, 1080);
-  const Box drawn[] = {{1, 200, 300, 330, 640}, {2, 700, 500, 1240, 800}, {3, 1500, 100, 1660, 260},
-                       {4, 1400, 700, 1900, 1000}, {1, 100, 800, 160, 960}};
+  const Box drawn[] = {{1, 200, 300, 330, 640},
+                       {2, 700, 500, 1240, 800},
+                       {3, 1500, 100, 1660, 260},
+                       {4, 1400, 700, 1900, 1000},
+                       {1, 100, 800, 160, 960}};
   for (const Box& b : drawn) frame.Draw(b);
   TestPicture input = frame.Letterboxed();
   ASSERT_EQ(net.Run(input.data(), input.data()), HD_OK);
@@ -265,7 +269,7 @@ TEST(ReferenceNetwork, ImperfectionsStayWithinTheirSettings) {
     EXPECT_NEAR(d.xmin * 384, box.x0, 3.0f);
     EXPECT_NEAR(d.ymax * 384, box.y1, 3.0f);
   }
-  EXPECT_GT(missed, 5);   // 20 % of 100 runs, give or take
+  EXPECT_GT(missed, 5);  // 20 % of 100 runs, give or take
   EXPECT_LT(missed, 40);
 
   model.settings.miss_rate = 1.0f;
@@ -273,7 +277,8 @@ TEST(ReferenceNetwork, ImperfectionsStayWithinTheirSettings) {
   RunningNetwork fooled(model, 1);
   ASSERT_TRUE(fooled.ok());
   size_t false_detections = 0;
-  for (int run = 0; run < 10; ++run) false_detections += Count(RunOn(picture, picture, fooled, 0.5f));
+  for (int run = 0; run < 10; ++run)
+    false_detections += Count(RunOn(picture, picture, fooled, 0.5f));
   EXPECT_LE(false_detections, 30u);  // three a run, fewer when two of one class overlap
   EXPECT_GE(false_detections, 25u);
 }

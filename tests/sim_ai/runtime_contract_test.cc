@@ -18,7 +18,9 @@ namespace mirvane {
 namespace sim_ai_test {
 namespace {
 
-VENDOR_AI_NET_PARAM_ID Path(UINT32 id) { return static_cast<VENDOR_AI_NET_PARAM_ID>(id); }
+VENDOR_AI_NET_PARAM_ID Path(UINT32 id) {
+  return static_cast<VENDOR_AI_NET_PARAM_ID>(id);
+}
 
 VENDOR_AI_NET_CFG_MODEL ModelRecord(const std::vector<uint8_t>& bytes, UINT32 size) {
   return VENDOR_AI_NET_CFG_MODEL{PhysicalOf(bytes.data()), PhysicalOf(bytes.data()), size};
@@ -111,12 +113,11 @@ TEST(VendorAiRuntime, AsksForAWorkBufferThatHoldsEveryOutputAndKeepsThemInside) 
 
   const struct {
     UINT32 id, width, channels, fmt;
-  } outputs[] = {
-      {0xa0000084, 48, 4, 0xa2080000}, {0xa0000096, 24, 4, 0xa2080000},
-      {0xa00000a7, 12, 4, 0xa2080000}, {0xa000007e, 48, 32, 0xa1080004},
-      {0xa0000094, 24, 32, 0xa1080004}, {0xa00000a5, 12, 32, 0xa1080004},
-      {0xa0000081, 48, 2, 0xa1100006}, {0xa0000095, 24, 2, 0xa1100006},
-      {0xa00000a6, 12, 2, 0xa1100006}};
+  } outputs[] = {{0xa0000084, 48, 4, 0xa2080000},  {0xa0000096, 24, 4, 0xa2080000},
+                 {0xa00000a7, 12, 4, 0xa2080000},  {0xa000007e, 48, 32, 0xa1080004},
+                 {0xa0000094, 24, 32, 0xa1080004}, {0xa00000a5, 12, 32, 0xa1080004},
+                 {0xa0000081, 48, 2, 0xa1100006},  {0xa0000095, 24, 2, 0xa1100006},
+                 {0xa00000a6, 12, 2, 0xa1100006}};
   std::vector<std::pair<UINT32, UINT32>> spans;
   for (const auto& o : outputs) {
     SCOPED_TRACE(o.id);
@@ -194,7 +195,9 @@ TEST(VendorAiRuntime, ChecksEachInputRecord) {
   EXPECT_EQ(vendor_ai_net_set(0, Path(0x90000001), &in), HD_OK);
 }
 
-std::vector<uint8_t> ValidModel() { return sim::ai::SerializeModel(IdealModel()); }
+std::vector<uint8_t> ValidModel() {
+  return sim::ai::SerializeModel(IdealModel());
+}
 
 TEST(VendorAiRuntime, RefusesBadModelFilesAtOpen) {
   Runtime runtime;

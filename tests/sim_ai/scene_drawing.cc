@@ -14,10 +14,14 @@ struct Colour {
 
 Colour ColourOf(int class_id) {
   switch (class_id) {
-    case 1: return {82, 90, 240};
-    case 2: return {41, 240, 110};
-    case 3: return {145, 54, 34};
-    default: return {210, 16, 146};
+    case 1:
+      return {82, 90, 240};
+    case 2:
+      return {41, 240, 110};
+    case 3:
+      return {145, 54, 34};
+    default:
+      return {210, 16, 146};
   }
 }
 

@@ -24,17 +24,17 @@ typedef struct json_t json_t;
 typedef struct pgo pgo_t;
 
 /* A new, empty parameter object; NULL when out of memory. */
-pgo_t *pgo_new(void);
+pgo_t* pgo_new(void);
 /* Appends a key (copied). Returns 0, or -1 for a null or empty key. */
-int pgo_push_key(pgo_t *pgo, const char *key);
+int pgo_push_key(pgo_t* pgo, const char* key);
 /* Fetches the current values of all pushed keys. Returns 0 (absent keys then have no value), or a
  * negative code when the store cannot be read. */
-int pgo_run(pgo_t *pgo);
+int pgo_run(pgo_t* pgo);
 /* The value fetched for a pushed key, borrowed from the object (valid until the next pgo_run or
  * pgo_free); NULL when the key was not pushed, not run or not stored. */
-json_t *pgo_get_obj(pgo_t *pgo, const char *key);
+json_t* pgo_get_obj(pgo_t* pgo, const char* key);
 /* Releases the object and every value it holds; NULL is ignored. */
-void pgo_free(pgo_t *pgo);
+void pgo_free(pgo_t* pgo);
 
 #ifdef __cplusplus
 }
