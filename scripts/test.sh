@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is missing, then builds and tests mirvane in every configuration CI checks:
 #
+#   format   -               every C and C++ source formatted as .clang-format says (clang-format 14)
 #   native   build/          the whole suite (and the benchmarks compile)
 #   asan     build-asan/     the whole suite with AddressSanitizer and UndefinedBehaviorSanitizer
 #   armhf    build-armhf/    cross-built for the camera's 32-bit ARM, the whole suite under qemu-user
@@ -25,7 +26,7 @@
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 jobs=${MIRVANE_JOBS:-2}
-all_configs=(native asan armhf aarch64 tsan sdk sdk-armhf fuzz)
+all_configs=(format native asan armhf aarch64 tsan sdk sdk-armhf fuzz)
 # Seconds of fuzzing per fuzz target.
 fuzz_seconds=20
 
@@ -38,7 +39,7 @@ configs=()
 while [[ $# -gt 0 ]]; do
   case $1 in
     --quick) configs+=(native) ;;
-    native|asan|armhf|aarch64|tsan|sdk|sdk-armhf|fuzz) configs+=("$1") ;;
+    format|native|asan|armhf|aarch64|tsan|sdk|sdk-armhf|fuzz) configs+=("$1") ;;
     *) usage ;;
   esac
   shift
@@ -141,6 +142,9 @@ run_config() {
   local dir
   dir=$(build_dir "$1")
   case $1 in
+    format)
+      "$root/scripts/check-format.sh"
+      ;;
     native)
       # The sample footage for the tests that play it (they skip without it; CI must not).
       if ! "$root/scripts/fetch-sample.sh" "$dir/samples" >/dev/null; then
