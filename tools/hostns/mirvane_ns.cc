@@ -46,6 +46,10 @@ int main(int argc, char** argv) {
   // "+": the options end at the first word that is not one; the command's own are left alone.
   while ((opt = getopt_long(argc, argv, "+", kOptions, nullptr)) != -1) {
     const std::string value = optarg != nullptr ? optarg : "";
+    // Every option but --help takes a value, and "--" is where the command starts, not one.
+    if (opt != kHelp && opt != '?' && (value.empty() || value == "--")) {
+      return Usage(stderr, argv[0]);
+    }
     const size_t eq = value.find('=');
     switch (opt) {
       case kKeep:
