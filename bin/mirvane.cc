@@ -37,9 +37,9 @@
 #include "pgo.h"
 
 // ---- The configuration thread ----
-// An event loop that watches "Custom.Dva" in the parameter store and
-// raises g_reload_config on every change notice. It reads no setting itself; the pipeline thread
-// reloads everything on its own thread.
+// An event loop that watches "Custom.Dva" in the parameter store and raises g_reload_config on
+// every change notice. It reads no setting itself; the pipeline thread reloads everything on its
+// own thread.
 
 namespace mirvane {
 namespace {
@@ -101,8 +101,8 @@ void RunConfigObserver() {
 }  // namespace mirvane
 
 // ---- The pipeline thread ----
-// Frame, model, tracker, rules and event, once per frame, with the settings
-// reloaded whenever the configuration thread raises g_reload_config.
+// Frame, model, tracker, rules and event, once per frame, with the settings reloaded whenever the
+// configuration thread raises g_reload_config.
 
 namespace mirvane {
 namespace {

@@ -120,7 +120,7 @@ failure_report=
 failed_test_output() {
   local log=$1 dir=$2
   awk -v dir="$dir" '
-    /Test +#[0-9]+: .*\*\*\*(Failed|Timeout|Exception)|Test +#[0-9]+: .* (Failed|Timeout)/ {
+    /Test +#[0-9]+: .*\*\*\*(Failed|Timeout|Exception)/ {
       name = $0; n = 0; capturing = 1; next
     }
     capturing && (/^ *Start +[0-9]+:/ || /^ *[0-9]+\/[0-9]+ Test +#/ || /tests passed,/) {
