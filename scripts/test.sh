@@ -128,8 +128,16 @@ failed_test_output() {
     }
     capturing { lines[n++] = $0 }
     END { if (capturing) flush() }
-    function flush(   i, from) {
+    # GoogleTest failures ("file:line: Failure" and the lines that explain it) first, since a
+    # long diagnostic can push them out of the tail; then the tail itself.
+    function flush(   i, j, from, shown) {
       printf "--- %s: %s\n", dir, name
+      shown = 0
+      for (i = 0; i < n && shown < 5; i++) {
+        if (lines[i] !~ /: Failure$/) continue
+        shown++
+        for (j = i; j < n && j < i + 8; j++) print "  | " lines[j]
+      }
       from = n > 40 ? n - 40 : 0
       for (i = from; i < n; i++) print lines[i]
       delete lines
@@ -245,7 +253,7 @@ echo "=== time per configuration"
 printf '%s\n' "${timings[@]}"
 for config in "${skipped[@]}"; do printf '%-8s    -    SKIPPED (cross packages unavailable)\n' "$config"; done
 if [[ -n $failure_report ]]; then
-  echo "=== failed tests (the last 40 lines of each one's output)"
+  echo "=== failed tests (GoogleTest's failure lines, then the last 40 lines of each one's output)"
   printf '%s\n' "$failure_report"
 fi
 echo "tests: $passed passed, $failed_tests failed"

@@ -183,9 +183,27 @@ bool WaitForDaemon(const Subprocess& stand_in, size_t n) {
       seconds(30));
 }
 
+// What a failed wait shows: the stand-in's output without its event records (one a frame, they
+// would bury the rest), the outputs of the script and the daemon, and the state the waits look at.
 std::string Diagnostics(const Subprocess& stand_in) {
-  return "stand-in:\n" + stand_in.ReadOut() + "\nscript:\n" + ReadFileOrEmpty(kScriptOutput) +
-         "\ndaemon:\n" + ReadFileOrEmpty(kDaemonOutput);
+  std::istringstream lines(stand_in.ReadOut());
+  std::string stand_in_output;
+  std::string line;
+  int events = 0;
+  while (std::getline(lines, line)) {
+    if (line.find("\"kind\":\"event\"") != std::string::npos) {
+      ++events;
+    } else {
+      stand_in_output += line + "\n";
+    }
+  }
+  std::string daemons;
+  for (pid_t pid : Daemons()) daemons += " " + std::to_string(pid);
+  return "stand-in (" + std::to_string(events) + " event records left out):\n" + stand_in_output +
+         "script:\n" + ReadFileOrEmpty(kScriptOutput) + "daemon:\n" +
+         ReadFileOrEmpty(kDaemonOutput) + "pid file: '" + ReadFileOrEmpty(kPidFile) +
+         "', daemons:" + daemons + ", block-id file: '" + ReadFileOrEmpty("/tmp/mirvane_blkid") +
+         "'\n";
 }
 
 TEST(InitScript, StartTwiceStopTwiceStatusAndAStalePidFileUnderEveryShell) {
@@ -252,9 +270,18 @@ TEST(Supervision, AHungDaemonIsKilledAndRestartedAndTheNewOneRecoversTheBlock) {
   ASSERT_TRUE(WaitForDaemon(stand_in, 1)) << Diagnostics(stand_in);
   const pid_t hung = PidFromFile();
   ASSERT_EQ(Daemons(), std::set<pid_t>{hung});
-  // Heartbeats start before the pipeline takes its block: hang it once the block is on record.
-  ASSERT_TRUE(WaitUntil([] { return !ReadFileOrEmpty("/tmp/mirvane_blkid").empty(); }, seconds(30)))
+  // Heartbeats start before the pipeline takes its block: hang it once frames are reported, when
+  // the block is on record.
+  ASSERT_TRUE(WaitUntil(
+      [&] {
+        for (const Record& r : ReadRecords(stand_in)) {
+          if (r.kind == "event") return true;
+        }
+        return false;
+      },
+      seconds(30)))
       << Diagnostics(stand_in);
+  ASSERT_NE(ReadFileOrEmpty("/tmp/mirvane_blkid"), "") << Diagnostics(stand_in);
   kill(hung, SIGSTOP);
 
   ASSERT_TRUE(WaitForDaemon(stand_in, 2)) << Diagnostics(stand_in);
