@@ -35,7 +35,12 @@ int GetPgoInt(const char* key) {
 }
 
 bool IntSettingInRange(const char* key, const json_t* value, json_int_t min, json_int_t max) {
-  if (!json_is_integer(value)) return true;
+  if (value == nullptr) return true;
+  if (!json_is_integer(value)) {
+    // Still read as 0, as the camera always has; the line tells the user which setting it was.
+    MIRVANE_LOG(kLogErr, "Setting [%s] is not an integer, read as 0\n", key != nullptr ? key : "");
+    return true;
+  }
   const json_int_t number = json_integer_value(value);
   if (number >= min && number <= max) return true;
   MIRVANE_LOG(kLogErr,

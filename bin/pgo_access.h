@@ -16,13 +16,14 @@ namespace mirvane {
 json_t* GetPgoJson(const char* key);
 
 // The integer stored under key; 0 when the key is absent, its value is not an integer, or it does
-// not fit an int (logged, naming the key).
+// not fit an int (the last two logged, naming the key).
 int GetPgoInt(const char* key);
 
 // Whether a settings value that is a JSON integer lies within [min, max], the range of the field
 // it is read into. A value outside is logged at the error level with key and the whole value, so
-// that the caller treats it as invalid instead of cutting it to the field's width; anything that
-// is not an integer passes (its readers take it as 0).
+// that the caller treats it as invalid instead of cutting it to the field's width. A value of
+// another JSON type passes, with a line naming the key (its readers take it as 0); no value at all
+// passes silently.
 bool IntSettingInRange(const char* key, const json_t* value,
                        json_int_t min = std::numeric_limits<int32_t>::min(),
                        json_int_t max = std::numeric_limits<int32_t>::max());

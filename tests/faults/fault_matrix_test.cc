@@ -436,8 +436,11 @@ FAULT_ROWS(
                    {"Custom.Dva.ObjectDetection.MinPeopleTriggerTimeSeconds", "[1]"},
                    {"Custom.Dva.IntrusionDetection.FenceLine", "5"}}),
      RunToEnd,
-     Outcome().FinalHeartbeat("W").Logs({"Set threshold: detection[0.000000], tracking[0.600000]",
-                                         "Fail to parse json config"})},
+     Outcome().FinalHeartbeat("W").Logs(
+         {"Setting [Custom.Dva.Threshold.Detection] is not an integer, read as 0",
+          "Set threshold: detection[0.000000], tracking[0.600000]",
+          "Setting [MinPeopleTriggerTimeSeconds] is not an integer, read as 0",
+          "Fail to parse json config"})},
     {"OutOfRangeIntegers",
      WithSettings({{"Custom.Dva.Threshold.Detection", "99999999999"},
                    {"Custom.Dva.ObjectDetection.MinPeopleTriggerTimeSeconds", "-4294967296"}}),

@@ -540,6 +540,22 @@ TEST(RuleSettings, IntegersOutsideTheirFieldAreRejectedByNameNotCut) {
   EXPECT_THAT(log, Not(HasSubstr("type [1]"))) << "never reported as the cut value";
 }
 
+// A value of another JSON type reads as 0, as it always has, but no longer without a word.
+TEST(RuleSettings, ValuesOfAnotherTypeReadAsZeroWithALineNamingTheKey) {
+  PeopleVeichileSettings people;
+  const std::string log = LogOf([&] {
+    people = Parse(R"({"MinPeopleTriggerTimeSeconds": "3", "CrowdPeopleThreshold": 2.5,
+                      "MinVehicleTriggerTimeSeconds": 4})");
+  });
+  EXPECT_EQ(people.min_people_trigger_seconds, 0);
+  EXPECT_EQ(people.crowd_people_threshold, 0);
+  EXPECT_EQ(people.min_vehicle_trigger_seconds, 4);
+  EXPECT_THAT(log,
+              HasSubstr("Setting [MinPeopleTriggerTimeSeconds] is not an integer, read as 0\n"));
+  EXPECT_THAT(log, HasSubstr("Setting [CrowdPeopleThreshold] is not an integer, read as 0\n"));
+  EXPECT_THAT(log, Not(HasSubstr("[MinVehicleTriggerTimeSeconds]")));
+}
+
 TEST(IntrusionApply, WalksThroughFences) {
   const struct {
     const char* what;
