@@ -11,6 +11,8 @@
 # it), where the new ones it finds go: the seeds in git are never written. An input that crashes a
 # target, or takes over 10 s, is saved as <scratch>/artifacts/<target>-crash-... (or -timeout-,
 # -leak-, -oom-); the script then fails. Replay one with: <build>/fuzz/<target> FILE
+# MIRVANE_FUZZ_SEED fixes libFuzzer's random seed (default: a new one each run), so that a run
+# explores the same inputs in the same order, however far it gets in its time.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=${MIRVANE_FUZZ_BUILD_DIR:-$root/build-fuzz}
@@ -27,7 +29,7 @@ for dir in "$root"/fuzz/corpus/*/; do all_targets+=("$(basename "$dir")"); done
 targets=("$@")
 [[ ${#targets[@]} -eq 0 ]] && targets=("${all_targets[@]}")
 for t in "${targets[@]}"; do
-  if [[ ! " ${all_targets[*]} " =~ " $t " ]]; then
+  if [[ " ${all_targets[*]} " != *" $t "* ]]; then
     echo "usage: $0 [SECONDS] [TARGET...]; targets: ${all_targets[*]}" >&2
     exit 2
   fi
@@ -53,6 +55,7 @@ for t in "${targets[@]}"; do
   args=(-max_total_time="$seconds" -timeout=10 -print_final_stats=1
     -artifact_prefix="$scratch/artifacts/$t-")
   [[ -f $root/fuzz/$t.dict ]] && args+=(-dict="$root/fuzz/$t.dict")
+  [[ -n ${MIRVANE_FUZZ_SEED:-} ]] && args+=(-seed="$MIRVANE_FUZZ_SEED")
   log=$scratch/logs/$t.log
   echo "fuzz.sh: $t for $seconds s"
   status=ok
