@@ -38,25 +38,6 @@ void CheckShapes(const NanoTrackOutputs& outputs) {
 
 }  // namespace
 
-LetterboxSize Letterbox(uint32_t source_w, uint32_t source_h, uint32_t target_w,
-                        uint32_t target_h) {
-  LetterboxSize size = {0, 0};
-  if (source_w > 0 && source_h > 0) {
-    if (static_cast<float>(source_w) / static_cast<float>(source_h) <=
-        static_cast<float>(target_w) / static_cast<float>(target_h)) {
-      size.height = target_h;
-      size.width = source_w * target_h / source_h;
-    } else {
-      size.width = target_w;
-      size.height = source_h * target_w / source_w;
-    }
-  }
-  if (size.width == 0 || size.height == 0) {
-    throw std::runtime_error("width or height <= 0 after resize");
-  }
-  return size;
-}
-
 NanoTrack::NanoTrack(uint32_t proc_id, const float& detection_threshold, HdModule& arena)
     : runner_(proc_id, arena), params_(detection_threshold) {
   std::memset(inputs_, 0, sizeof(inputs_));

@@ -34,15 +34,6 @@ struct Tensor {
   TensorView view() const { return TensorView{data.get(), height, width, channels}; }
 };
 
-struct LetterboxSize {
-  uint32_t width;
-  uint32_t height;
-};
-
-// The size a source w x h takes inside target_w x target_h with its aspect kept; throws
-// std::runtime_error when a side comes out as zero.
-LetterboxSize Letterbox(uint32_t source_w, uint32_t source_h, uint32_t target_w, uint32_t target_h);
-
 class NanoTrack {
  public:
   static constexpr uint32_t kInputWidth = 384;

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <stdexcept>
 #include <vector>
 
 #if defined(__SSE2__)
@@ -288,6 +289,25 @@ DetectionsPerClass Decode(const NanoTrackDecoderParams& params, const NanoTrackO
   }
   UndoLetterbox(params, source_width, source_height, &per_class);
   return per_class;
+}
+
+LetterboxSize Letterbox(uint32_t source_w, uint32_t source_h, uint32_t target_w,
+                        uint32_t target_h) {
+  LetterboxSize size = {0, 0};
+  if (source_w > 0 && source_h > 0) {
+    if (static_cast<float>(source_w) / static_cast<float>(source_h) <=
+        static_cast<float>(target_w) / static_cast<float>(target_h)) {
+      size.height = target_h;
+      size.width = source_w * target_h / source_h;
+    } else {
+      size.width = target_w;
+      size.height = source_h * target_w / source_w;
+    }
+  }
+  if (size.width == 0 || size.height == 0) {
+    throw std::runtime_error("width or height <= 0 after resize");
+  }
+  return size;
 }
 
 }  // namespace mirvane

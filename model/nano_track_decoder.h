@@ -14,6 +14,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 
 #include "model/detection.h"
 #include "model/tensor_view.h"
@@ -67,6 +68,16 @@ struct NanoTrackOutputs {
   std::array<TensorView, kNanoTrackScaleCount> regressions;
   std::array<TensorView, kNanoTrackScaleCount> trackings;
 };
+
+struct LetterboxSize {
+  uint32_t width;
+  uint32_t height;
+};
+
+// The size a source w x h takes inside target_w x target_h with its aspect kept: the picture the
+// network sees, in the input's top-left corner. Throws std::runtime_error when a side comes out as
+// zero.
+LetterboxSize Letterbox(uint32_t source_w, uint32_t source_h, uint32_t target_w, uint32_t target_h);
 
 // Decodes one frame. source_width and source_height are the pixel size of the frame that was
 // letterboxed into the network input (the resized image sits in the input's top-left corner).

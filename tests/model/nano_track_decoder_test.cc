@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstring>
 #include <set>
+#include <stdexcept>
 #include <utility>
 #include <vector>
 
@@ -274,6 +275,26 @@ float InputUnitsOfSource(float source_fraction, int source_extent, int other_ext
 // The detection with its axes exchanged.
 Detection Transposed(const Detection& d) {
   return Detection{d.score, d.ymin, d.xmin, d.ymax, d.xmax, d.track_dy, d.track_dx};
+}
+
+TEST(Letterbox, KeepsTheAspectInsideTheSquareInput) {
+  const LetterboxSize wide = Letterbox(1920, 1080, 384, 384);
+  EXPECT_EQ(wide.width, 384u);
+  EXPECT_EQ(wide.height, 216u);
+  const LetterboxSize tall = Letterbox(1080, 1920, 384, 384);
+  EXPECT_EQ(tall.width, 216u);
+  EXPECT_EQ(tall.height, 384u);
+  const LetterboxSize square = Letterbox(640, 640, 384, 384);
+  EXPECT_EQ(square.width, 384u);
+  EXPECT_EQ(square.height, 384u);
+  for (const auto& source : {std::make_pair(4000u, 3u), std::make_pair(0u, 1080u)}) {
+    try {
+      Letterbox(source.first, source.second, 384, 384);
+      ADD_FAILURE() << source.first << "x" << source.second;
+    } catch (const std::runtime_error& e) {
+      EXPECT_STREQ(e.what(), "width or height <= 0 after resize");
+    }
+  }
 }
 
 // Two boxes, rows 4.5..8.5 and 6.5..10.5 of 16, decoded for a 1920x1080 source, whose picture ends

@@ -74,26 +74,6 @@ size_t CountDetections(const DetectionsPerClass& found) {
   return n;
 }
 
-TEST(Letterbox, KeepsTheAspectInsideTheSquareInput) {
-  const LetterboxSize wide = Letterbox(1920, 1080, 384, 384);
-  EXPECT_EQ(wide.width, 384u);
-  EXPECT_EQ(wide.height, 216u);
-  const LetterboxSize tall = Letterbox(1080, 1920, 384, 384);
-  EXPECT_EQ(tall.width, 216u);
-  EXPECT_EQ(tall.height, 384u);
-  const LetterboxSize square = Letterbox(640, 640, 384, 384);
-  EXPECT_EQ(square.width, 384u);
-  EXPECT_EQ(square.height, 384u);
-  for (const auto& source : {std::make_pair(4000u, 3u), std::make_pair(0u, 1080u)}) {
-    try {
-      Letterbox(source.first, source.second, 384, 384);
-      ADD_FAILURE() << source.first << "x" << source.second;
-    } catch (const std::runtime_error& e) {
-      EXPECT_STREQ(e.what(), "width or height <= 0 after resize");
-    }
-  }
-}
-
 // Checks run in a child: the platform's bring-up and the device memory it takes last as long as
 // the process.
 
