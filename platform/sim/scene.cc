@@ -8,6 +8,7 @@
 #include <cstring>
 #include <utility>
 
+#include "ai/class_colours.h"
 #include "common/object_class.h"
 
 namespace mirvane {
@@ -170,18 +171,10 @@ bool Generate(json_t* spec, int default_first_id, std::vector<SceneObject>* obje
 }  // namespace
 
 Yuv ClassColour(int class_id) {
-  switch (class_id) {
-    case dva::kClassPerson:
-      return Yuv{82, 90, 240};  // person: red
-    case dva::kClassVehicle:
-      return Yuv{41, 240, 110};  // vehicle: blue
-    case dva::kClassOther:
-      return Yuv{145, 54, 34};  // other: green
-    case dva::kClassVehicle2:
-      return Yuv{210, 16, 146};  // second vehicle kind: yellow
-    default:
-      return Yuv{128, 128, 128};
-  }
+  const ai::ClassColour& c = dva::IsKnownClass(class_id)
+                                 ? ai::kClassColours[dva::ClassIndex(class_id)]
+                                 : ai::kNoClassColour;
+  return Yuv{static_cast<uint8_t>(c.y), static_cast<uint8_t>(c.u), static_cast<uint8_t>(c.v)};
 }
 
 int ClassIdFromName(const std::string& name) {

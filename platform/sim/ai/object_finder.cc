@@ -8,13 +8,6 @@ namespace mirvane {
 namespace sim {
 namespace ai {
 
-const ClassColour kClassColours[kClassCount] = {
-    {82, 90, 240},   // 1 person
-    {41, 240, 110},  // 2 vehicle
-    {145, 54, 34},   // 3 other
-    {210, 16, 146},  // 4 second vehicle kind
-};
-
 namespace {
 
 constexpr int kNeutral = 128;

@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "class_colours.h"
 #include "common/object_class.h"
 
 namespace mirvane {
@@ -41,13 +42,7 @@ struct FoundObject {
   float cy() const { return (y0 + y1) * 0.5f; }
 };
 
-// The luma and chroma of a class as the scene draws it.
-struct ClassColour {
-  int y, u, v;
-};
 constexpr int kClassCount = static_cast<int>(dva::kClassIdCount);
-// Indexed by dva::ClassIndex of the class id.
-extern const ClassColour kClassColours[kClassCount];
 
 class ObjectFinder {
  public:
