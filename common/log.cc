@@ -1,6 +1,8 @@
 #include "common/log.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -117,14 +119,32 @@ uint64_t LineKey(const char* file, int line, const char* text) {
   return hash;
 }
 
-// Keeps the debug log on the RAM disk bounded: every kSizeCheckPeriod lines, a file that has
-// reached kDebugLogLimitBytes becomes the previous file and a new one starts.
-void BoundDebugLog() {
+// Standard output or error that whoever started the process sent to a regular file (the init
+// script's "/tmp/log/mirvane.out", on the same RAM disk): writes go to its end, and once it has
+// reached kDebugLogLimitBytes it is emptied, with a line saying so. The file's name is not the
+// process's to rename; the debug log, which holds every line too, keeps its previous megabyte.
+void BoundOutputFile(int fd) {
+  struct stat st;
+  if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) return;
+  const int flags = fcntl(fd, F_GETFL);
+  if (flags >= 0 && (flags & O_APPEND) == 0) fcntl(fd, F_SETFL, flags | O_APPEND);
+  if (st.st_size < kDebugLogLimitBytes || ftruncate(fd, 0) != 0) return;
+  static const char kEmptied[] = "[Mirvane] output emptied at 1 MiB\n";
+  (void)!write(fd, kEmptied, sizeof(kEmptied) - 1);
+}
+
+// Keeps the logs on the RAM disk bounded: every kSizeCheckPeriod lines, a debug log that has
+// reached kDebugLogLimitBytes becomes the previous file and a new one starts, and standard output
+// and error in files are bounded the same way (BoundOutputFile).
+void BoundLogFiles() {
   static std::atomic<unsigned> lines{0};
   if (lines.fetch_add(1) % kSizeCheckPeriod != 0) return;
   static std::mutex mutex;
   std::lock_guard<std::mutex> lock(mutex);
   RotateLogFileToPrevious(LOG_TYPE_DEBUG, kDebugLogLimitBytes);
+  std::fflush(stdout);
+  BoundOutputFile(STDOUT_FILENO);
+  BoundOutputFile(STDERR_FILENO);
 }
 
 // The test sink, when one is installed; sink_installed spares the lock on the daemon's path.
@@ -223,7 +243,7 @@ void LogPrint(unsigned level, const char* file, int line, const char* function, 
     va_end(args);
     return;
   }
-  BoundDebugLog();
+  BoundLogFiles();
   std::printf("[Mirvane][%s] %s:%d:%s: ", name, base, line, function);
   if (dropped == 0) {
     WriteLog(LOG_TYPE_DEBUG, base, line, function, "System", -1, "%s", message);

@@ -33,7 +33,9 @@ bool IsLogLevelEnabled(unsigned level);
 //
 // Bounds, since the log lives on a RAM disk: of identical lines from one call site, at most 3 a
 // second are written; the next one written after drops ends in "[N identical lines dropped]".
-// The debug log is moved to "/tmp/log/debug.log.1" once it has reached 1 MiB.
+// The debug log is moved to "/tmp/log/debug.log.1" once it has reached 1 MiB. Standard output and
+// error, when they are regular files (an init script's output file), are written at their end and
+// emptied once they have reached 1 MiB.
 void LogPrint(unsigned level, const char* file, int line, const char* function, const char* format,
               ...) __attribute__((format(printf, 5, 6)));
 

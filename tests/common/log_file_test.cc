@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <fstream>
 #include <string>
 
@@ -134,6 +135,24 @@ TEST(LogPrint, MovesAFullDebugLogAsideAndStartsAnew) {
   ASSERT_EQ(stat(DEBUG_LOG_PATH, &st), 0);
   EXPECT_LT(st.st_size, 1 << 16);
   EXPECT_NE(ReadFileOrEmpty(DEBUG_LOG_PATH).find("line 39\n"), std::string::npos);
+}
+
+// Standard output and error sent to files (as an init script does) stay bounded as the debug log
+// does: a full one is emptied, says so, and takes the next lines.
+TEST(LogPrint, EmptiesFullStandardOutputAndErrorFiles) {
+  mkdir(DEBUG_LOG_DIR, 0755);
+  // In a child: these are the process's own standard output and error, files here.
+  const ChildResult result = RunInChild([] {
+    const std::string megabyte(1 << 20, '.');
+    std::fputs(megabyte.c_str(), stdout);
+    std::fputs(megabyte.c_str(), stderr);
+    for (int i = 0; i < 40; ++i) LogPrint(kLogInfo, "a.cc", 1, "F", "line %d\n", i);
+  });
+  const std::string emptied = "[Mirvane] output emptied at 1 MiB\n";
+  EXPECT_EQ(result.out.rfind(emptied, 0), 0u) << result.out.substr(0, 80);
+  EXPECT_LT(result.out.size(), 1u << 12);
+  EXPECT_NE(result.out.find("[Mirvane][Info] a.cc:1:F: line 39\n"), std::string::npos);
+  EXPECT_EQ(result.err, emptied);
 }
 
 }  // namespace
