@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <jansson.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -246,6 +247,29 @@ TEST(InitScript, StartTwiceStopTwiceStatusAndAStalePidFileUnderEveryShell) {
     EXPECT_TRUE(Daemons().empty());
   }
   EXPECT_EQ(RunScript(Shells()[0], "bogus").exit_code, 2);
+}
+
+// A link planted at the log folder: the daemon starts and runs, and neither the script nor the
+// daemon writes anything through it.
+TEST(InitScript, NeverWritesThroughALinkPlantedAtTheLogFolder) {
+  PrepareScene(/*endless=*/true);
+  rename("/tmp/log", "/tmp/log.before");
+  ASSERT_EQ(mkdir("/tmp/elsewhere", 0755), 0);
+  ASSERT_EQ(symlink("/tmp/elsewhere", "/tmp/log"), 0);
+  const ChildResult r = RunScript(Shells()[0], "start");
+  EXPECT_EQ(r.exit_code, 0) << r.out << r.err;
+  EXPECT_NE(r.err.find("/tmp/log is not a directory of its own"), std::string::npos) << r.err;
+  EXPECT_EQ(Daemons(), std::set<pid_t>{PidFromFile()});
+  EXPECT_EQ(RunScript(Shells()[0], "stop").exit_code, 0);
+  EXPECT_TRUE(Daemons().empty());
+  DIR* dir = opendir("/tmp/elsewhere");
+  ASSERT_NE(dir, nullptr);
+  while (const dirent* entry = readdir(dir)) {
+    EXPECT_TRUE(entry->d_name[0] == '.') << "written through the link: " << entry->d_name;
+  }
+  closedir(dir);
+  unlink("/tmp/log");
+  rename("/tmp/log.before", "/tmp/log");
 }
 
 // The scene ends, five failed reads end the daemon with an alive heartbeat, the stand-in runs the
